@@ -1,0 +1,161 @@
+/**
+ * @file ZelIPConnection.h
+ * @brief One TCP connection with its receive thread.
+ */
+#ifndef QUORVEL_ZEL_IP_CONNECTION_H
+#define QUORVEL_ZEL_IP_CONNECTION_H
+
+#include "../QuorvelExport.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+/** Names shared by the kinds of connection. */
+class QUORVEL_API CZelIPBase
+{
+  public:
+    /** Selects a protocol. Every value opens TCP. */
+    enum EProtocol : unsigned char {
+        eProtocolTCP = 1 ///< TCP
+    };
+
+    /** Results of the connection's operations. */
+    enum ETransportCode {
+        eSuccess = 1,              ///< done
+        eSocketError = 2,          ///< refused, name not resolved, telegram too long, any socket failure
+        eNotConnected = 3,         ///< there is no connection, or it has just been lost
+        eTimeout = 4,              ///< not done in time
+        eStackInitialising = 5,    ///< not allowed now: another thread is connecting this object
+        eStackNotInitialised = 6,  ///< not used on this platform
+        eMaxConnectionsReached = 7 ///< not used on this platform
+    };
+
+    /** States of a connection. */
+    enum EConnectState {
+        eStateNotConnected = 0,  ///< not connected
+        eStateConnecting = 1,    ///< ConnectReq is under way
+        eStateDisconnecting = 2, ///< DisconnectReq waits for the receive thread
+        eStateConnected = 3      ///< connected
+    };
+};
+
+/**
+ * One TCP connection (IPv4, IPv6 or host name) and the thread that receives from it.
+ *
+ * The byte stream is cut into telegrams: two length bytes (little-endian), then that many bytes. Each
+ * telegram is handed to DataInd whole, length bytes included, however TCP cut or joined the bytes. A telegram
+ * of more than 65535 bytes in all cannot be passed on: it is read past and traced.
+ *
+ * Derived classes override ConnectInd and DataInd, which run on the receive thread with no lock held, and
+ * call DisconnectReq(0xFFFFFFFF) in their destructor if the overrides use members of theirs.
+ *
+ * All functions may be called from any thread, also from within the indications. Time-outs are milliseconds,
+ * 0xFFFFFFFF meaning without limit; they are kept to within a few milliseconds whatever the peer does (the
+ * look-up of a host name comes on top).
+ */
+class QUORVEL_API CZelIPConnection : public CZelIPBase
+{
+  public:
+    CZelIPConnection();
+
+    /** Closes the connection and waits until a running indication has returned. */
+    virtual ~CZelIPConnection();
+    CZelIPConnection(const CZelIPConnection&) = delete;
+    CZelIPConnection& operator=(const CZelIPConnection&) = delete;
+
+    /**
+     * The connection is up (true, before the first telegram) or lost (false: the peer closed or reset it, or
+     * stopped answering keep-alive probes). Not called for one's own DisconnectReq. Does nothing here.
+     * @param bConnected the new state
+     */
+    virtual void ConnectInd(bool bConnected);
+
+    /**
+     * One received telegram. Does nothing here.
+     * @param pData the telegram from its length bytes on; valid during the call
+     * @param nLen  its number of bytes, 2 to 65535
+     */
+    virtual void DataInd(const char* pData, unsigned short nLen);
+
+    /**
+     * Whether a connect message is acceptable.
+     * @return true, always
+     */
+    virtual bool IsConnectMsgAccepted(const std::string& strConnectMsg);
+
+    /**
+     * Connects; an existing connection is closed first.
+     *
+     * @param pHost         IPv4 or IPv6 address or host name
+     * @param nPort         TCP port
+     * @param nTimeout      milliseconds for everything but the name look-up
+     * @param nDevice       device kind; not used by TCP
+     * @param eProtocol     every value opens TCP
+     * @param strConnectMsg not used by TCP
+     * @param bFlag         not used by TCP
+     * @return eSuccess; eSocketError (refused, unreachable, name not resolved, closed by another thread
+     *         meanwhile); eTimeout; eStackInitialising
+     */
+    int ConnectReq(const char* pHost, unsigned short nPort, unsigned int nTimeout, unsigned char nDevice,
+                   EProtocol eProtocol, const std::string& strConnectMsg, bool bFlag);
+
+    /**
+     * Closes the connection at once; nothing is delivered afterwards, not even telegrams already received.
+     *
+     * Waits until a running indication has returned, except when called from within that indication.
+     * @param nTimeout milliseconds to wait for a running indication
+     * @return eSuccess, also when there was no connection; eTimeout when an indication still runs (the
+     *         connection is closed all the same)
+     */
+    int DisconnectReq(unsigned int nTimeout);
+
+    /**
+     * Sends one telegram, whole or not at all. Telegrams of several threads never mix.
+     *
+     * When the time is over in the middle of a telegram the connection is closed, because the stream can no
+     * longer be trusted.
+     * @param pData    the bytes
+     * @param nLen     how many
+     * @param nTimeout milliseconds
+     * @return eSuccess, eSocketError, eNotConnected or eTimeout
+     */
+    int DataReq(const char* pData, unsigned short nLen, unsigned int nTimeout);
+
+    /**
+     * Keep-alive probes: a peer that vanished without a word is noticed within about this time, even when
+     * nothing is sent, and ConnectInd(false) follows. Holds for the present connection and later ones.
+     * @param nMilliSeconds the time, at least 2000 to be kept exactly (the system counts whole seconds);
+     *                      0 switches the probes off
+     */
+    void SetAlive(unsigned int nMilliSeconds);
+
+    /** @return the state, an EConnectState */
+    int GetState() const;
+
+    /** @return the host text given to ConnectReq; empty before */
+    std::string GetPartnerAddress() const;
+
+    /** @return true when called from within an indication of this connection */
+    bool IsReceiveThread() const;
+
+    /**
+     * Has a function called as the receive thread's very last act, when it no longer touches this object; the
+     * function may delete it. The thread must be about to end: call DisconnectReq too.
+     * @param fnLast the function
+     * @return false, and nothing happens, when not called from within an indication of this connection
+     */
+    bool RunAtEndOfReception(std::function<void()> fnLast);
+
+  private:
+    struct SReception;
+    struct SState;
+
+    void Receive(const std::shared_ptr<SReception>& pReception);
+    static void CutTelegrams(CZelIPConnection& oConnection, SReception& oReception);
+    bool Lose(const std::shared_ptr<SReception>& pReception);
+
+    std::unique_ptr<SState> m_pState;
+};
+
+#endif

@@ -1,0 +1,57 @@
+#include "Command.h"
+
+#include "Trace.h"
+
+#include <algorithm>
+
+CCommand::CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLevel, const char* pText,
+                   unsigned int nLine)
+    : m_oClient(oClient), m_pUnit(pUnit), m_nLine(nLine), m_nLevel(nLevel)
+{
+    if (CTraceServer::IsEnabled(nLevel)) {
+        m_oText.emplace();
+        *m_oText << pText << oClient.GetConnection().GetPartnerAddress();
+    }
+}
+
+CQuorvelMsg CCommand::Request(unsigned short nCmdCode, const std::string& strData)
+{
+    if (m_oText)
+        Trace(m_nLevel, m_pUnit, m_oText->str(), m_nLine);
+    // Data beyond 65535 bytes is cut here and refused when it is sent: such a telegram is too long anyway.
+    const std::size_t nLen = std::min<std::size_t>(strData.size(), 0xFFFF);
+    return {nCmdCode, m_oClient.TakeMsgID(), strData.data(), static_cast<unsigned short>(nLen)};
+}
+
+int CCommand::Exchange(unsigned short nCmdCode, const std::string& strData, const unsigned int* pTimeout)
+{
+    CQuorvelMsg* pCnf = nullptr;
+    const int nRC = m_oClient.SendMsg(Request(nCmdCode, strData), pCnf, pTimeout);
+    return Take(nRC, pCnf);
+}
+
+int CCommand::Collect(unsigned short nCmdCode, short nID, unsigned int nLine)
+{
+    CQuorvelMsg* const pCnf = m_oClient.WaitForMsg(nID, nullptr);
+    return Take(CQuorvelClient::CheckCnf(pCnf, nCmdCode, m_pUnit, nLine), pCnf);
+}
+
+int CCommand::Take(int nRC, CQuorvelMsg* pCnf)
+{
+    m_pCnf.reset(pCnf);
+    m_bConfirmed = nRC == 0 && pCnf != nullptr;
+    return m_bConfirmed ? m_oClient.GetCnfRetCode(*pCnf) : nRC;
+}
+
+int CCommand::Send(unsigned short nCmdCode, const std::string& strData, short& nID)
+{
+    const CQuorvelMsg oReq = Request(nCmdCode, strData);
+    nID = oReq.GetMsgID();
+    return m_oClient.SendMsg(oReq);
+}
+
+CDataReader CCommand::Data() const
+{
+    static const std::string s_strEmpty;
+    return CDataReader(m_pCnf ? m_pCnf->GetData() : s_strEmpty);
+}

@@ -1,0 +1,80 @@
+// The standard command: trace, request, exchange, result. What every command of every client is made of.
+#ifndef QUORVEL_COMMAND_H
+#define QUORVEL_COMMAND_H
+
+#include "DataReader.h"
+#include "QuorvelClient.h"
+
+#include <ios>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+
+class CCommand
+{
+  public:
+    // pText is traced with the gateway's address and what follows by operator<<.
+    CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLevel, const char* pText,
+             unsigned int nLine = __builtin_LINE());
+
+    // Without a trace.
+    CCommand(CQuorvelClient& oClient, const char* pUnit) : CCommand(oClient, pUnit, 0, "") {}
+
+    // Adds to the trace text; costs nothing when nobody listens.
+    template<class T>
+    CCommand& operator<<(const T& value)
+    {
+        if (m_oText)
+            *m_oText << value;
+        return *this;
+    }
+    CCommand& operator<<(std::ios_base& (*fnFormat)(std::ios_base&))
+    {
+        if (m_oText)
+            *m_oText << fnFormat;
+        return *this;
+    }
+
+    // Sends the request and waits. The result is the exchange's, or else what the confirmation says.
+    int Exchange(unsigned short nCmdCode, const std::string& strData = {},
+                 const unsigned int* pTimeout = nullptr);
+
+    // Sends the request and does not wait.
+    int Send(unsigned short nCmdCode, const std::string& strData, short& nID);
+
+    // Waits for the confirmation of a request sent before.
+    int Collect(unsigned short nCmdCode, short nID, unsigned int nLine = __builtin_LINE());
+
+    // True when a good confirmation came, whatever result it carries.
+    bool IsConfirmed() const { return m_bConfirmed; }
+
+    // The confirmation's data; byte 0 is the result. Empty without a confirmation.
+    CDataReader Data() const;
+
+  private:
+    CQuorvelMsg Request(unsigned short nCmdCode, const std::string& strData);
+    int Take(int nRC, CQuorvelMsg* pCnf);
+
+    CQuorvelClient& m_oClient;
+    const char* m_pUnit;
+    unsigned int m_nLine;
+    unsigned char m_nLevel;
+    bool m_bConfirmed = false;
+    std::optional<std::ostringstream> m_oText;
+    std::unique_ptr<CQuorvelMsg> m_pCnf;
+};
+
+// One byte of telegram data.
+inline std::string ToByte(unsigned int nValue)
+{
+    return std::string(1, static_cast<char>(nValue & 0xFF));
+}
+
+// A caller's bytes as telegram data.
+inline std::string ToData(const char* pData, std::size_t nLen)
+{
+    return pData != nullptr ? std::string(pData, nLen) : std::string();
+}
+
+#endif

@@ -1,0 +1,54 @@
+// The data of a received telegram, read by offset. Whatever the other side sent, nothing outside the data is
+// touched: missing bytes count as 0.
+#ifndef QUORVEL_DATA_READER_H
+#define QUORVEL_DATA_READER_H
+
+#include "QuorvelMsg.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+class CDataReader
+{
+  public:
+    explicit CDataReader(const std::string& strData) : m_strData(strData) {}
+
+    std::size_t GetLength() const { return m_strData.size(); }
+
+    unsigned char Byte(std::size_t nOffset) const { return static_cast<unsigned char>(Word(nOffset)); }
+    unsigned short Word(std::size_t nOffset) const { return Number<unsigned short>(nOffset); }
+    unsigned int DWord(std::size_t nOffset) const { return Number<unsigned int>(nOffset); }
+
+    void Copy(std::size_t nOffset, void* pTo, std::size_t nCount) const
+    {
+        if (pTo == nullptr || nCount == 0)
+            return;
+        const std::size_t nHave =
+            nOffset < m_strData.size() ? std::min(m_strData.size() - nOffset, nCount) : 0;
+        if (nHave > 0)
+            std::memcpy(pTo, m_strData.data() + nOffset, nHave);
+        std::memset(static_cast<char*>(pTo) + nHave, 0, nCount - nHave);
+    }
+
+    // Everything from an offset on.
+    std::string Rest(std::size_t nOffset) const
+    {
+        return nOffset < m_strData.size() ? m_strData.substr(nOffset) : std::string();
+    }
+
+  private:
+    template<class T>
+    T Number(std::size_t nOffset) const
+    {
+        char acBytes[sizeof(T)];
+        Copy(nOffset, acBytes, sizeof acBytes);
+        T nValue = 0;
+        CQuorvelMsg::FromChar(nValue, acBytes);
+        return nValue;
+    }
+
+    const std::string& m_strData;
+};
+
+#endif

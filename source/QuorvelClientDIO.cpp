@@ -1,0 +1,21 @@
+#include "QuorvelClientDIO.h"
+
+CQuorvelClientDIO::CQuorvelClientDIO(int nTimeout)
+    : CQuorvelClient(eDeviceDIO, static_cast<unsigned int>(nTimeout))
+{
+}
+
+CQuorvelClientDIO::~CQuorvelClientDIO()
+{
+    StopReception();
+}
+
+int CQuorvelClientDIO::Read(unsigned int& nInputs, unsigned int& nOutputs)
+{
+    return BaseReadDigital(nInputs, nOutputs);
+}
+
+int CQuorvelClientDIO::Write(unsigned int nOutputs)
+{
+    return BaseWriteDigital(nOutputs);
+}

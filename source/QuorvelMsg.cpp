@@ -1,0 +1,122 @@
+#include "QuorvelMsg.h"
+
+#include <type_traits>
+
+namespace
+{
+
+constexpr unsigned short OVERHEAD = 5; // what the length field counts beside the data
+constexpr unsigned short SHORTEST = 7; // bytes of a telegram without data
+
+template<class T>
+std::string Encode(T nValue)
+{
+    auto nRest = static_cast<std::make_unsigned_t<T>>(nValue);
+    std::string strBytes(sizeof(T), '\0');
+    for (char& c : strBytes) {
+        c = static_cast<char>(nRest & 0xFF);
+        nRest = static_cast<decltype(nRest)>(nRest >> 8);
+    }
+    return strBytes;
+}
+
+template<class T>
+void Decode(T& nValue, const char* pData)
+{
+    unsigned long long nSum = 0;
+    for (std::size_t i = sizeof(T); i-- > 0;)
+        nSum = (nSum << 8) | static_cast<unsigned char>(pData[i]);
+    nValue = static_cast<T>(nSum);
+}
+
+} // namespace
+
+CQuorvelMsg::CQuorvelMsg() : CQuorvelMsg(0, 0, nullptr, 0) {}
+
+// The virtual ComputeCRC called while constructing is this class's own: a derived class recomputes by
+// SetMessage.
+CQuorvelMsg::CQuorvelMsg(unsigned short nCmdCode, short nMsgID, const char* pData, unsigned short nDataLen)
+{
+    CQuorvelMsg::SetMessage(nCmdCode, nMsgID, pData, nDataLen);
+}
+
+CQuorvelMsg::CQuorvelMsg(const char* pBuffer, unsigned short nBufferLen)
+{
+    CQuorvelMsg::SetMessage(pBuffer, nBufferLen);
+}
+
+CQuorvelMsg::~CQuorvelMsg() = default;
+
+bool CQuorvelMsg::IsValid() const
+{
+    return m_nLength == static_cast<unsigned short>(m_strData.size() + OVERHEAD);
+}
+
+unsigned char CQuorvelMsg::ComputeCRC() const
+{
+    const auto nID = static_cast<unsigned short>(m_nMsgID);
+    unsigned int nCRC = m_nCmdCode ^ (m_nCmdCode >> 8U) ^ nID ^ (nID >> 8U);
+    for (const char c : m_strData)
+        nCRC ^= static_cast<unsigned char>(c);
+    return static_cast<unsigned char>(nCRC);
+}
+
+void CQuorvelMsg::SetMessage(unsigned short nCmdCode, short nMsgID, const char* pData,
+                             unsigned short nDataLen)
+{
+    if (pData != nullptr)
+        m_strData.assign(pData, nDataLen);
+    else
+        m_strData.clear();
+    m_nCmdCode = nCmdCode;
+    m_nMsgID = nMsgID;
+    m_nLength = static_cast<unsigned short>(m_strData.size() + OVERHEAD);
+    m_nCRC = ComputeCRC();
+}
+
+bool CQuorvelMsg::SetMessage(const char* pBuffer, unsigned short nBufferLen)
+{
+    if (pBuffer == nullptr || nBufferLen < SHORTEST) {
+        SetMessage(0, 0, nullptr, 0);
+        return false;
+    }
+    FromChar(m_nLength, pBuffer);
+    FromChar(m_nCmdCode, pBuffer + 2);
+    FromChar(m_nMsgID, pBuffer + 4);
+    m_strData.assign(pBuffer + 6, nBufferLen - SHORTEST);
+    m_nCRC = static_cast<unsigned char>(pBuffer[nBufferLen - 1]);
+    return IsValid();
+}
+
+std::string CQuorvelMsg::GetMessageData() const
+{
+    std::string strBytes;
+    strBytes.reserve(m_strData.size() + SHORTEST);
+    strBytes += ToChar(m_nLength);
+    strBytes += ToChar(m_nCmdCode);
+    strBytes += ToChar(m_nMsgID);
+    strBytes += m_strData;
+    strBytes += static_cast<char>(m_nCRC);
+    return strBytes;
+}
+
+// clang-format off
+std::string CQuorvelMsg::ToChar(short nValue) { return Encode(nValue); }
+std::string CQuorvelMsg::ToChar(unsigned short nValue) { return Encode(nValue); }
+std::string CQuorvelMsg::ToChar(int nValue) { return Encode(nValue); }
+std::string CQuorvelMsg::ToChar(unsigned int nValue) { return Encode(nValue); }
+std::string CQuorvelMsg::ToChar(long long nValue) { return Encode(nValue); }
+std::string CQuorvelMsg::ToChar(unsigned long long nValue) { return Encode(nValue); }
+
+void CQuorvelMsg::FromChar(short& nValue, const char* pData) { Decode(nValue, pData); }
+void CQuorvelMsg::FromChar(unsigned short& nValue, const char* pData) { Decode(nValue, pData); }
+void CQuorvelMsg::FromChar(int& nValue, const char* pData) { Decode(nValue, pData); }
+void CQuorvelMsg::FromChar(unsigned int& nValue, const char* pData) { Decode(nValue, pData); }
+void CQuorvelMsg::FromChar(long long& nValue, const char* pData) { Decode(nValue, pData); }
+void CQuorvelMsg::FromChar(unsigned long long& nValue, const char* pData) { Decode(nValue, pData); }
+// clang-format on
+
+unsigned int swablong(unsigned int nValue)
+{
+    return (nValue << 24) | ((nValue & 0xFF00) << 8) | ((nValue >> 8) & 0xFF00) | (nValue >> 24);
+}

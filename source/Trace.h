@@ -1,0 +1,25 @@
+// How the library's units trace.
+#ifndef QUORVEL_TRACE_H
+#define QUORVEL_TRACE_H
+
+#include "support/TraceServer.h"
+
+#include <string>
+#include <type_traits>
+
+// Traces a text; text is a string or a function that makes one, called only when somebody listens.
+template<class TText>
+void Trace(unsigned char nLevel, const char* pUnit, const TText& text, unsigned int nLine = __builtin_LINE())
+{
+    if (!CTraceServer::IsEnabled(nLevel))
+        return;
+    std::string strText;
+    if constexpr (std::is_invocable_v<TText>)
+        strText = text();
+    else
+        strText = text;
+    CTraceServer::SendTraceMessage(nLevel, 3, 0xFFFFFFFFU, static_cast<unsigned short>(nLine), pUnit,
+                                   strText.c_str(), 0);
+}
+
+#endif

@@ -1,0 +1,54 @@
+#include "support/ZelEvent.h"
+
+#include <chrono>
+
+namespace
+{
+
+constexpr unsigned int INFINITE_TIMEOUT = 0xFFFFFFFFU;
+
+template<class TCondition>
+bool WaitFor(std::condition_variable& oVariable, std::unique_lock<std::mutex>& oLock, unsigned int nTimeout,
+             TCondition fnCondition)
+{
+    if (nTimeout == INFINITE_TIMEOUT) {
+        oVariable.wait(oLock, fnCondition);
+        return true;
+    }
+    return oVariable.wait_until(oLock, std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeout),
+                                fnCondition);
+}
+
+} // namespace
+
+void CZelEvent::Signal()
+{
+    const std::lock_guard oLock(m_oMutex);
+    m_bSignalled = true;
+    ++m_nCount;
+    m_oCondition.notify_all();
+}
+
+void CZelEvent::Reset()
+{
+    const std::lock_guard oLock(m_oMutex);
+    m_bSignalled = false;
+}
+
+bool CZelEvent::Wait(unsigned int nTimeout)
+{
+    std::unique_lock oLock(m_oMutex);
+    return WaitFor(m_oCondition, oLock, nTimeout, [this] { return m_bSignalled; });
+}
+
+unsigned int CZelEvent::GetSignalCount()
+{
+    const std::lock_guard oLock(m_oMutex);
+    return m_nCount;
+}
+
+bool CZelEvent::WaitBeyond(unsigned int nCount, unsigned int nTimeout)
+{
+    std::unique_lock oLock(m_oMutex);
+    return WaitFor(m_oCondition, oLock, nTimeout, [this, nCount] { return m_nCount != nCount; });
+}

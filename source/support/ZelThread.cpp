@@ -1,0 +1,52 @@
+#include "support/ZelThread.h"
+
+#include <system_error>
+
+CZelThread::~CZelThread()
+{
+    Terminate();
+    WaitForEnd();
+}
+
+bool CZelThread::Initialize()
+{
+    return true;
+}
+
+bool CZelThread::Create()
+{
+    if (m_oThread.joinable() || !Initialize())
+        return false;
+    try {
+        m_oThread = std::thread([this] {
+            try {
+                Run();
+            } catch (...) { // NOLINT(bugprone-empty-catch): must not end the process
+            }
+        });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+void CZelThread::Terminate()
+{
+    m_oEventTerminate.Signal();
+}
+
+bool CZelThread::IsTerminating()
+{
+    return m_oEventTerminate.Wait(0);
+}
+
+void CZelThread::WaitForEnd()
+{
+    if (m_oThread.joinable())
+        m_oThread.join();
+}
+
+void CZelThread::Sleep(unsigned int nSeconds, unsigned int nMilliSeconds)
+{
+    m_oEventTerminate.Wait(nSeconds * 1000 + nMilliSeconds);
+}
