@@ -1,0 +1,258 @@
+#include "TestPeer.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <linux/filter.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr auto PATIENCE = std::chrono::seconds(10);
+
+// Reads exactly nLen bytes behind strBytes.
+bool ReadMore(int nSocket, std::string& strBytes, std::size_t nLen)
+{
+    const std::size_t nHave = strBytes.size();
+    strBytes.resize(nHave + nLen);
+    return nLen == 0 ||
+           recv(nSocket, strBytes.data() + nHave, nLen, MSG_WAITALL) == static_cast<ssize_t>(nLen);
+}
+
+void SendAll(int nSocket, const std::string& strBytes)
+{
+    for (std::size_t nSent = 0; nSent < strBytes.size();) {
+        const ssize_t nNow = send(nSocket, strBytes.data() + nSent, strBytes.size() - nSent, MSG_NOSIGNAL);
+        if (nNow <= 0)
+            return;
+        nSent += static_cast<std::size_t>(nNow);
+    }
+}
+
+void DropAllPackets(int nSocket)
+{
+    sock_filter oDropAll = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog oProgram{1, &oDropAll};
+    setsockopt(nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &oProgram, sizeof oProgram);
+}
+
+} // namespace
+
+std::string Hex(const std::string& strDigits)
+{
+    std::string strBytes;
+    for (std::size_t i = 0; i + 1 < strDigits.size(); i += strDigits[i] == ' ' ? 1 : 2) {
+        if (strDigits[i] != ' ')
+            strBytes += static_cast<char>(std::stoi(strDigits.substr(i, 2), nullptr, 16));
+    }
+    return strBytes;
+}
+
+std::string ToHex(const std::string& strBytes)
+{
+    std::string strDigits;
+    for (const char c : strBytes) {
+        char acByte[4];
+        snprintf(acByte, sizeof acByte, "%02x ", static_cast<unsigned int>(static_cast<unsigned char>(c)));
+        strDigits += acByte;
+    }
+    return strDigits.substr(0, strDigits.empty() ? 0 : strDigits.size() - 1);
+}
+
+std::string Telegram(unsigned int nCode, int nID, const std::string& strData)
+{
+    std::string strBytes;
+    for (const unsigned int n :
+         {static_cast<unsigned int>(strData.size() + 5), nCode, static_cast<unsigned int>(nID)})
+        strBytes.append({static_cast<char>(n & 0xFF), static_cast<char>((n >> 8) & 0xFF)});
+    strBytes += strData;
+    char cCheck = 0;
+    for (std::size_t i = 2; i < strBytes.size(); ++i)
+        cCheck = static_cast<char>(cCheck ^ strBytes[i]);
+    return strBytes + cCheck;
+}
+
+bool WaitUntil(const std::function<bool()>& fnCondition)
+{
+    const auto oEnd = std::chrono::steady_clock::now() + PATIENCE;
+    while (!fnCondition()) {
+        if (std::chrono::steady_clock::now() > oEnd)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+CTestPeer::CTestPeer(const std::string& strAddress, unsigned short nPort)
+{
+    sockaddr_in oAddress{};
+    oAddress.sin_family = AF_INET;
+    oAddress.sin_port = htons(nPort);
+    inet_pton(AF_INET, strAddress.c_str(), &oAddress.sin_addr);
+    const int nYes = 1;
+    m_nListener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    setsockopt(m_nListener, SOL_SOCKET, SO_REUSEADDR, &nYes, sizeof nYes);
+    socklen_t nSize = sizeof oAddress;
+    if (bind(m_nListener, reinterpret_cast<sockaddr*>(&oAddress), nSize) != 0 || listen(m_nListener, 16) != 0)
+        throw std::runtime_error("cannot listen on " + strAddress);
+    getsockname(m_nListener, reinterpret_cast<sockaddr*>(&oAddress), &nSize);
+    m_nPort = ntohs(oAddress.sin_port);
+    m_oThread = std::thread([this] { Serve(); });
+}
+
+CTestPeer::~CTestPeer()
+{
+    {
+        const std::lock_guard oLock(m_oMutex);
+        m_bEnd = true;
+        if (m_nClient >= 0)
+            shutdown(m_nClient, SHUT_RDWR);
+        m_oChanged.notify_all();
+    }
+    shutdown(m_nListener, SHUT_RDWR);
+    m_oThread.join();
+    close(m_nListener);
+}
+
+void CTestPeer::Serve()
+{
+    for (;;) {
+        const int nClient = accept(m_nListener, nullptr, nullptr);
+        if (nClient < 0)
+            return;
+        {
+            const std::lock_guard oLock(m_oMutex);
+            if (m_bEnd) {
+                close(nClient);
+                return;
+            }
+            m_nClient = nClient;
+            ++m_nClients;
+            m_oChanged.notify_all();
+        }
+        std::string strRequest;
+        while (m_bRead && ReadMore(nClient, strRequest, 2) &&
+               ReadMore(nClient, strRequest,
+                        static_cast<unsigned char>(strRequest[0]) +
+                            256U * static_cast<unsigned char>(strRequest[1]))) {
+            std::string strAnswer;
+            {
+                const std::lock_guard oLock(m_oMutex);
+                m_astrRequests.push_back(strRequest);
+                if (!m_aoPlan.empty()) {
+                    const auto [bRaw, strBytes] = m_aoPlan.front();
+                    m_aoPlan.pop_front();
+                    const auto fnByte = [&](std::size_t i) {
+                        return static_cast<unsigned int>(static_cast<unsigned char>(strRequest[i]));
+                    };
+                    strAnswer = bRaw ? strBytes
+                                     : Telegram(fnByte(2) | ((fnByte(3) | 0x80) << 8),
+                                                static_cast<int>(fnByte(4) | (fnByte(5) << 8)), strBytes);
+                }
+                m_oChanged.notify_all();
+            }
+            SendAll(nClient, strAnswer);
+            strRequest.clear();
+        }
+        std::unique_lock oLock(m_oMutex);
+        if (!m_bRead)
+            m_oChanged.wait(oLock, [this] { return m_bEnd || m_bRead; });
+        close(nClient);
+        m_nClient = -1;
+        m_oChanged.notify_all();
+    }
+}
+
+void CTestPeer::Plan(bool bRaw, const std::string& strBytes)
+{
+    const std::lock_guard oLock(m_oMutex);
+    m_aoPlan.emplace_back(bRaw, strBytes);
+}
+
+void CTestPeer::Confirm(const std::string& strHexData)
+{
+    Plan(false, Hex(strHexData));
+}
+
+void CTestPeer::Raw(const std::string& strBytes)
+{
+    Plan(true, strBytes);
+}
+
+std::string CTestPeer::TakeRequest()
+{
+    std::unique_lock oLock(m_oMutex);
+    if (!m_oChanged.wait_for(oLock, PATIENCE, [this] { return !m_astrRequests.empty(); }))
+        return "none";
+    const std::string strRequest = m_astrRequests.front();
+    m_astrRequests.pop_front();
+    return ToHex(strRequest);
+}
+
+bool CTestPeer::WaitForClient()
+{
+    std::unique_lock oLock(m_oMutex);
+    return m_oChanged.wait_for(oLock, PATIENCE, [this] { return m_nClient >= 0; });
+}
+
+bool CTestPeer::WaitForEndOfClient()
+{
+    std::unique_lock oLock(m_oMutex);
+    return m_oChanged.wait_for(oLock, PATIENCE, [this] { return m_nClients > 0 && m_nClient < 0; });
+}
+
+void CTestPeer::Send(const std::string& strBytes)
+{
+    WaitForClient();
+    int nClient = -1;
+    {
+        const std::lock_guard oLock(m_oMutex);
+        nClient = m_nClient;
+    }
+    SendAll(nClient, strBytes);
+}
+
+void CTestPeer::Close()
+{
+    WaitForClient();
+    const std::lock_guard oLock(m_oMutex);
+    shutdown(m_nClient, SHUT_RDWR);
+}
+
+void CTestPeer::Reset()
+{
+    WaitForClient();
+    const std::lock_guard oLock(m_oMutex);
+    const linger oLinger{1, 0};
+    setsockopt(m_nClient, SOL_SOCKET, SO_LINGER, &oLinger, sizeof oLinger);
+    shutdown(m_nClient, SHUT_RD); // wakes the serving thread, whose close resets
+}
+
+void CTestPeer::StopAnsweringAtAll()
+{
+    const std::lock_guard oLock(m_oMutex);
+    DropAllPackets(m_nListener);
+    if (m_nClient >= 0)
+        DropAllPackets(m_nClient);
+}
+
+CTraceRecorder::CTraceRecorder(unsigned char nLevelMask)
+{
+    CTraceServer::SetSink(
+        [this](const STraceMessage& oMessage) {
+            const std::lock_guard oLock(m_oMutex);
+            m_astrTexts.push_back(std::to_string(oMessage.nLevel) + " " + oMessage.pFile + ": " +
+                                  oMessage.pText);
+        },
+        nLevelMask);
+}
+
+std::vector<std::string> CTraceRecorder::Take()
+{
+    const std::lock_guard oLock(m_oMutex);
+    return std::exchange(m_astrTexts, {});
+}
