@@ -1,0 +1,35 @@
+# What `cmake --install` puts where: the library, the public headers, the CMake package, the pkg-config file
+# and the programs. All of it may be moved to another prefix afterwards.
+
+include(CMakePackageConfigHelpers)
+
+set(QUORVEL_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/quorvel)
+
+install(TARGETS quorvel EXPORT quorvelTargets)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel
+    FILES_MATCHING PATTERN "*.h")
+if(TARGET quorvel-sim)
+    install(TARGETS quorvel-sim)
+endif()
+
+install(EXPORT quorvelTargets NAMESPACE quorvel:: DESTINATION ${QUORVEL_PACKAGE_DIR})
+configure_package_config_file(
+    ${CMAKE_CURRENT_LIST_DIR}/quorvelConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/quorvelConfig.cmake
+    INSTALL_DESTINATION ${QUORVEL_PACKAGE_DIR})
+write_basic_package_version_file(
+    ${PROJECT_BINARY_DIR}/quorvelConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/quorvelConfig.cmake
+    ${PROJECT_BINARY_DIR}/quorvelConfigVersion.cmake
+    DESTINATION ${QUORVEL_PACKAGE_DIR})
+
+# Relative to the .pc file, so that the file need not know the prefix.
+file(RELATIVE_PATH QUORVEL_PC_INCLUDEDIR
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+file(RELATIVE_PATH QUORVEL_PC_PREFIX
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/quorvel.pc.in ${PROJECT_BINARY_DIR}/quorvel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quorvel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
