@@ -6,6 +6,7 @@
 
 #include <arpa/inet.h>
 #include <linux/filter.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -120,10 +121,12 @@ CTestPeer::~CTestPeer()
 
 void CTestPeer::Serve()
 {
+    const int nYes = 1;
     for (;;) {
         const int nClient = accept(m_nListener, nullptr, nullptr);
         if (nClient < 0)
             return;
+        setsockopt(nClient, IPPROTO_TCP, TCP_NODELAY, &nYes, sizeof nYes);
         {
             const std::lock_guard oLock(m_oMutex);
             if (m_bEnd) {
