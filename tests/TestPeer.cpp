@@ -214,9 +214,10 @@ void CTestPeer::Send(const std::string& strBytes)
     int nClient = -1;
     {
         const std::lock_guard oLock(m_oMutex);
-        nClient = m_nClient;
+        nClient = dup(m_nClient); // stays this connection's when the serving thread closes it meanwhile
     }
     SendAll(nClient, strBytes);
+    close(nClient);
 }
 
 void CTestPeer::Close()

@@ -1,0 +1,232 @@
+// Many threads, and ends of life at awkward moments. Runs under the thread sanitizer too.
+
+#include "DeviceManager.h"
+#include "QuorvelClientSPI.h"
+#include "QuorvelDllSPI.h"
+#include "SimGatewaySPI.h"
+#include "TestPeer.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+
+namespace
+{
+
+constexpr int LONG = 10000;
+
+std::unique_ptr<CSimGatewaySPI> StartGateway(const char* pAddress, unsigned short nPort = 0)
+{
+    auto pGateway = std::make_unique<CSimGatewaySPI>();
+    std::string strError;
+    EXPECT_TRUE(pGateway->Start(pAddress, nPort, &strError)) << strError;
+    return pGateway;
+}
+
+// A client of indications 0x0377.
+class CListener : public CQuorvelClient
+{
+  public:
+    CListener() : CQuorvelClient(eDeviceSPI, LONG) {}
+    ~CListener() override { StopReception(); }
+
+    bool DataIndRespond(CQuorvelMsg* pMsg) override
+    {
+        ++m_nSeen;
+        m_strLast = pMsg->GetData();
+        if (m_fnRespond)
+            m_fnRespond(pMsg->GetData());
+        return false;
+    }
+
+    std::atomic<int> m_nSeen{0};
+    std::string m_strLast; // the receive thread's
+    std::function<void(const std::string&)> m_fnRespond;
+};
+
+} // namespace
+
+TEST(ThreadsTest, OneHandleServesManyThreadsEachWithItsOwnAnswer)
+{
+    const auto pGateway = StartGateway("127.31.1.1", 5002);
+    for (unsigned int i = 0; i < 16; ++i)
+        pGateway->GetFlash().Poke(i << 16, std::string(32, static_cast<char>('A' + i)));
+    int nHandle = 0;
+    ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.1.1", LONG), 0);
+    std::vector<std::thread> aoThreads;
+    for (unsigned int i = 0; i < 16; ++i) {
+        aoThreads.emplace_back([=] {
+            const char acRead[4] = {0x03, static_cast<char>(i), 0, 0}; // read flash at 64 KiB x i
+            for (int n = 0; n < 50; ++n) {
+                char acData[36] = {};
+                ASSERT_EQ(SPIDataReq(nHandle, acRead, 4, acData, 36), 0);
+                ASSERT_EQ(std::string(acData + 4, 32), std::string(32, static_cast<char>('A' + i)));
+            }
+        });
+    }
+    for (std::thread& oThread : aoThreads)
+        oThread.join();
+    EXPECT_EQ(SPICloseDevice(nHandle), 0);
+}
+
+TEST(ThreadsTest, WaitingForASequenceKeepsItsWakeUpWhileOthersExchange)
+{
+    const auto pGateway = StartGateway("127.31.2.1");
+    CQuorvelClientSPI oClient(LONG);
+    ASSERT_EQ(oClient.Connect("127.31.2.1", pGateway->GetPort(), 1, true), 0);
+    ASSERT_EQ(oClient.Open(), 0);
+    std::atomic<bool> bEnd{false};
+    std::thread oOther([&] {
+        unsigned int nInputs = 0;
+        unsigned int nOutputs = 0;
+        while (!bEnd)
+            EXPECT_EQ(oClient.ReadDigital(nInputs, nOutputs), 0);
+    });
+    for (int i = 0; i < 20; ++i) {
+        const std::string strSequence = Hex("04 05 00 01 01 00 9f 00"); // 5 ms, then one frame
+        short nID = 0;
+        ASSERT_EQ(oClient.SequenceReq(strSequence.data(), 8, &nID), 0);
+        char cRead = 0;
+        const long long nTime = Milliseconds([&] { EXPECT_EQ(oClient.SequenceGetCnf(nID, &cRead, 1), 0); });
+        EXPECT_LT(nTime, LONG / 2); // woken, not timed out
+        EXPECT_EQ(cRead, '\xFF');
+    }
+    bEnd = true;
+    oOther.join();
+}
+
+TEST(ThreadsTest, OpeningAndClosingOnManyThreads)
+{
+    const auto pGateway = StartGateway("127.31.3.1", 5002);
+    pGateway->SetMaxConnections(100);
+    std::mutex oMutex;
+    std::set<int> anHandles;
+    std::vector<std::thread> aoThreads;
+    for (int i = 0; i < 8; ++i) {
+        aoThreads.emplace_back([&] {
+            for (int n = 0; n < 15; ++n) {
+                int nHandle = 0;
+                ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.3.1", LONG), 0);
+                EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0);
+                EXPECT_EQ(SPICloseDevice(nHandle), 0);
+                EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0x00900000);
+                const std::lock_guard oLock(oMutex);
+                EXPECT_TRUE(anHandles.insert(nHandle).second) << "handle given twice";
+            }
+        });
+    }
+    for (std::thread& oThread : aoThreads)
+        oThread.join();
+    EXPECT_EQ(anHandles.size(), 120U);
+}
+
+TEST(ThreadsTest, DestroyingAClientWhileTelegramsStreamIn)
+{
+    CTestPeer oPeer("127.31.4.1");
+    std::atomic<bool> bEnd{false};
+    std::string strMany;
+    for (int i = 0; i < 200; ++i)
+        strMany += Telegram(0x0377, i, "indication") + Telegram(0x8309, i, "uncollected confirmation");
+    std::thread oFlood([&] {
+        while (!bEnd)
+            oPeer.Send(strMany);
+    });
+    for (int i = 0; i < 20; ++i) {
+        CListener oClient;
+        ASSERT_EQ(oClient.Connect("127.31.4.1", oPeer.GetPort(), 1, true), 0);
+        ASSERT_TRUE(WaitUntil([&] { return oClient.m_nSeen > i; }));
+    }
+    bEnd = true;
+    CListener oLast; // lets the flood's Send find a connection, and end
+    oLast.Connect("127.31.4.1", oPeer.GetPort(), 1, true);
+    oFlood.join();
+}
+
+TEST(ThreadsTest, ClosingAClientWithinItsIndication)
+{
+    CTestPeer oPeer("127.31.5.1");
+    CListener oClient;
+    CZelEvent oClosed;
+    oClient.m_fnRespond = [&](const std::string& strData) {
+        EXPECT_EQ(oClient.Close(), 0);
+        EXPECT_EQ(strData, "first"); // still readable
+        oClosed.Signal();
+    };
+    ASSERT_EQ(oClient.Connect("127.31.5.1", oPeer.GetPort(), 1, true), 0);
+    oPeer.Send(Telegram(0x0377, 0, "first") + Telegram(0x0377, 0, "second"));
+    ASSERT_TRUE(oClosed.Wait(LONG));
+    EXPECT_TRUE(oPeer.WaitForEndOfClient());
+    EXPECT_EQ(oClient.Close(), 0);
+    EXPECT_EQ(oClient.m_nSeen, 1);
+}
+
+TEST(ThreadsTest, ClosingAHandleOnItsReceiveThread)
+{
+    const auto pGateway = StartGateway("127.31.6.1", 5002);
+    int nHandle = 0;
+    ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.6.1", 200), 0);
+    // The trace of an incoming telegram runs there, like an application's callback.
+    CZelEvent oClosed;
+    CTraceServer::SetSink(
+        [&](const STraceMessage& oMessage) {
+            if (std::string(oMessage.pText) != "incoming telegram from parter")
+                return;
+            EXPECT_EQ(SPICloseDevice(nHandle), 0);
+            EXPECT_EQ(CDeviceManager::GetDevice(nHandle), nullptr);
+            oClosed.Signal();
+        },
+        16);
+    ASSERT_TRUE(pGateway->WaitForConnections(1, LONG));
+    EXPECT_TRUE(pGateway->SendIndication(0x0377, 0, "x"));
+    EXPECT_TRUE(oClosed.Wait(LONG));
+    CTraceServer::SetSink({});
+    EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0x00900000);
+    EXPECT_TRUE(pGateway->WaitForConnections(0, LONG));
+}
+
+TEST(ThreadsTest, ACallbackThatAsksForAHandleDoesNotBlockAClose)
+{
+    const auto pGateway = StartGateway("127.31.7.1", 5002);
+    int nHandle = 0;
+    int nOther = 0;
+    ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.7.1", LONG), 0);
+    ASSERT_EQ(SPIOpenDevice(&nOther, "127.31.7.1", LONG), 0);
+    CZelEvent oInside;
+    CZelEvent oDone;
+    CTraceServer::SetSink(
+        [&](const STraceMessage& oMessage) {
+            if (std::string(oMessage.pText) != "incoming telegram from parter")
+                return;
+            oInside.Signal();
+            // Until the closing thread has taken the entry out and waits for this very call.
+            EXPECT_TRUE(WaitUntil([&] { return CDeviceManager::GetDevice(nHandle) == nullptr; }));
+            EXPECT_NE(CDeviceManager::GetDevice(nOther), nullptr);
+            oDone.Signal();
+        },
+        16);
+    ASSERT_TRUE(pGateway->WaitForConnections(2, LONG));
+    EXPECT_TRUE(pGateway->SendIndication(0x0377, 0, "x", 1));
+    ASSERT_TRUE(oInside.Wait(LONG));
+    EXPECT_EQ(CDeviceManager::CloseDevice(nHandle), 0);
+    EXPECT_TRUE(oDone.Wait(0)); // a close returns after the indication
+    CTraceServer::SetSink({});
+    EXPECT_EQ(SPICloseDevice(nOther), 0);
+}
+
+TEST(ThreadsTest, SendingWithoutWaitingDoesNotWaitForAnExchange)
+{
+    CTestPeer oPeer("127.31.8.1");
+    CQuorvelClientSPI oClient(LONG);
+    ASSERT_EQ(oClient.Connect("127.31.8.1", oPeer.GetPort(), 1, true), 0);
+    ASSERT_EQ(oClient.Open(), 0);
+    std::thread oExchange([&] { EXPECT_EQ(oClient.WriteDigital(1), 0); });
+    EXPECT_EQ(oPeer.TakeRequest(), "09 00 41 03 02 00 01 00 00 00 41");
+    short nID = 0;
+    EXPECT_EQ(oClient.SequenceReq("\x00", 1, &nID), 0); // while the exchange waits
+    EXPECT_EQ(nID, 3);
+    EXPECT_EQ(oPeer.TakeRequest(), "06 00 14 03 03 00 00 14");
+    oPeer.Send(Telegram(0x8314, 3, std::string(1, '\0')) + Telegram(0x8341, 2, std::string(1, '\0')));
+    oExchange.join();
+    EXPECT_EQ(oClient.SequenceGetCnf(3, nullptr, 0), 0);
+}
