@@ -145,7 +145,7 @@ bool CFaultPlan::Parse(const std::string& strText, CFaultPlan& oPlan, std::strin
         SStep oStep;
         std::string strProblem;
         if (!ParseStep(strStep, oStep, strProblem)) {
-            strError = "fault plan step '" + strStep + "': " + strProblem;
+            strError.assign("fault plan step '").append(strStep).append("': ").append(strProblem);
             return false;
         }
         oNew.m_aoSteps.push_back(oStep);
@@ -158,7 +158,7 @@ std::string CFaultPlan::Grammar()
 {
     std::string strText;
     for (const auto& oKind : aoKinds)
-        strText += std::string("  ") + oKind.pHelp + "\n";
+        strText.append("  ").append(oKind.pHelp).append("\n");
     return strText;
 }
 

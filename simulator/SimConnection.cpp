@@ -207,7 +207,7 @@ void CSimConnection::Handle(const SSimTelegram& oRequest)
 void CSimConnection::Proceed(unsigned short nCmdCode, short nID, SSimAnswer oAnswer)
 {
     if (!oAnswer.fnContinue) {
-        Finish(nCmdCode, nID, std::move(oAnswer));
+        Finish(nCmdCode, nID, oAnswer);
         return;
     }
     m_aoTimers.emplace(oAnswer.oDue, [this, nCmdCode, nID, fnContinue = std::move(oAnswer.fnContinue)] {
@@ -215,7 +215,7 @@ void CSimConnection::Proceed(unsigned short nCmdCode, short nID, SSimAnswer oAns
     });
 }
 
-void CSimConnection::Finish(unsigned short nCmdCode, short nID, SSimAnswer oAnswer)
+void CSimConnection::Finish(unsigned short nCmdCode, short nID, const SSimAnswer& oAnswer)
 {
     const SAnswerFaults oFaults = m_oPlan.At(++m_nAnswers);
     SSimTelegram oTelegram;

@@ -75,7 +75,7 @@ class CSimConnection
     void TakePosted();
     void Handle(const SSimTelegram& oRequest);
     void Proceed(unsigned short nCmdCode, short nID, SSimAnswer oAnswer);
-    void Finish(unsigned short nCmdCode, short nID, SSimAnswer oAnswer);
+    void Finish(unsigned short nCmdCode, short nID, const SSimAnswer& oAnswer);
     void Transmit(const SAnswerFaults& oFaults, const std::string& strBytes, bool bRestart);
     void ReleaseHeld(std::size_t nSegment);
     void Output(std::string strBytes, std::size_t nSegment, EAction eAction = EAction::eNone);

@@ -6,15 +6,18 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <iostream>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace
 {
 
-enum EExit { eExitOk = 0, eExitUsage = 2, eExitPort = 4 };
+enum EExit { eExitOk = 0, eExitFailure = 1, eExitUsage = 2, eExitPort = 4 };
 
 /// Splits "KIND:PLAN" at the colon and looks the kind up by number or name; without a kind the plan is for
 /// all.
@@ -40,9 +43,7 @@ bool ApplyFault(const CSimulator& oSimulator, const std::string& strOption,
     return bKnown;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int Run(int argc, char** argv)
 {
     CLI::App oApp{"Simulates Quorvel gateways, each at the port of its kind.", "quorvel-sim"};
     std::string strAddress = "127.0.0.1";
@@ -126,4 +127,16 @@ int main(int argc, char** argv)
     ::sigwait(&oSignals, &nSignal);
     oSimulator.Stop();
     return eExitOk;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& oError) {
+        std::fprintf(stderr, "quorvel-sim: %s\n", oError.what());
+        return eExitFailure;
+    }
 }
