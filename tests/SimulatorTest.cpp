@@ -25,7 +25,9 @@ namespace
 using namespace std::chrono_literals;
 using TClock = std::chrono::steady_clock;
 
-const char* const pAddress = "127.66.1.1";
+// Of this process alone, so that fixed ports do not collide with those of another run.
+const std::string strAddress =
+    "127.66." + std::to_string(getpid() >> 8 & 0xFF) + "." + std::to_string(getpid() & 0xFF);
 constexpr auto nPatience = 20s;
 
 std::string Bytes(const std::string& strHex)
@@ -69,12 +71,12 @@ std::string Read(int nDescriptor, std::size_t nLen)
 class CClient
 {
   public:
-    CClient(const std::string& strAddress, unsigned short nPort) : m_nSocket(socket(AF_INET, SOCK_STREAM, 0))
+    CClient(const std::string& strHost, unsigned short nPort) : m_nSocket(socket(AF_INET, SOCK_STREAM, 0))
     {
         sockaddr_in oAddress{};
         oAddress.sin_family = AF_INET;
         oAddress.sin_port = htons(nPort);
-        inet_pton(AF_INET, strAddress.c_str(), &oAddress.sin_addr);
+        inet_pton(AF_INET, strHost.c_str(), &oAddress.sin_addr);
         m_bConnected = connect(m_nSocket, reinterpret_cast<sockaddr*>(&oAddress), sizeof(oAddress)) == 0;
         const int nOn = 1;
         setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
@@ -155,7 +157,7 @@ class CStarted : public TGateway
     CStarted()
     {
         std::string strError;
-        EXPECT_TRUE(this->Start(pAddress, 0, &strError)) << strError;
+        EXPECT_TRUE(this->Start(strAddress, 0, &strError)) << strError;
     }
     ~CStarted() override { this->Stop(); }
 };
@@ -176,6 +178,7 @@ const std::string strR1 = Bytes("05 00 0A 05 01 00 0E"), strR2 = Bytes("05 00 0A
                   strR3 = Bytes("05 00 0A 05 03 00 0C"), strR4 = Bytes("05 00 0A 05 04 00 0B");
 const std::string strA1 = "08 00 0A 85 01 00 00 6F 6B 8A", strA2 = "08 00 0A 85 02 00 00 6F 6B 89",
                   strA3 = "08 00 0A 85 03 00 00 6F 6B 88", strA4 = "08 00 0A 85 04 00 00 6F 6B 8F",
+                  strAllRequests = strR1 + strR2 + strR3 + strR4,
                   strAll = strA1 + " " + strA2 + " " + strA3 + " " + strA4;
 
 } // namespace
@@ -213,7 +216,7 @@ TEST(Simulator, CommonCommands)
     CStarted<CSimGatewayAD> oAD;
     CClient oClient(oAD);
     const std::string strStatus = Bytes(oClient.Ask(0x070A, ""));
-    EXPECT_NE(strStatus.find("AD gateway at 127.66.1.1:" + std::to_string(oAD.GetPort()) +
+    EXPECT_NE(strStatus.find("AD gateway at " + strAddress + ":" + std::to_string(oAD.GetPort()) +
                              " is up for 0 s, serves 1 of 8 clients and has received 1 requests."),
               std::string::npos)
         << strStatus;
@@ -432,7 +435,7 @@ TEST(FaultPlan, SpoilsTheAnswersItNames)
         std::string strError;
         ASSERT_TRUE(oDIO.SetFaultPlan(oRow.pPlan, strError)) << strError;
         CClient oClient(oDIO);
-        oClient.Send(strR1 + strR2 + strR3 + strR4);
+        oClient.Send(strAllRequests);
         oClient.EndSending();
         EXPECT_EQ(oClient.ReceiveAll(), oRow.strBytes) << oRow.pPlan;
     }
@@ -456,7 +459,7 @@ TEST(FaultPlan, DelaysAndSegments)
 
     ASSERT_TRUE(oDIO.SetFaultPlan("glue=3@1-3", strError));
     CClient oGlued(oDIO);
-    oGlued.Send(strR1 + strR2 + strR3 + strR4);
+    oGlued.Send(strAllRequests);
     EXPECT_EQ(oGlued.Receive(40), strAll);
     EXPECT_EQ(oGlued.SegmentsReceived(), 2U);
 }
@@ -565,15 +568,15 @@ TEST(Simulator, RestartComesBackInPowerOnState)
 
 TEST(Simulator, AllKindsOrNone)
 {
-    CSimulator oFirst(pAddress, 99);
+    CSimulator oFirst(strAddress, 99);
     std::string strError;
     ASSERT_TRUE(oFirst.Start(strError)) << strError;
     EXPECT_EQ(oFirst.GetGateway(3)->GetPort(), 14902);
     EXPECT_EQ(oFirst.GetGateway(7)->GetPort(), 14906);
     EXPECT_EQ(oFirst.GetGateway(8), nullptr);
-    CSimulator oSecond(pAddress, 99);
+    CSimulator oSecond(strAddress, 99);
     EXPECT_FALSE(oSecond.Start(strError));
-    EXPECT_EQ(strError, "cannot listen on 127.66.1.1:14902: Address already in use");
+    EXPECT_EQ(strError, "cannot listen on " + strAddress + ":14902: Address already in use");
     EXPECT_FALSE(CSimulator("192.168.0.1").Start(strError));
     EXPECT_EQ(strError, "'192.168.0.1' is not an address within 127.0.0.0/8");
 }
@@ -648,14 +651,15 @@ class CProgram
 TEST(SimulatorProgram, ServesUntilItIsTold)
 {
     for (const int nSignal : {SIGTERM, SIGINT}) {
-        CProgram oProgram({"--address", "127.66.1.2", "--port-index", "98", "--verbose", "--fault",
-                           "5:drop@1", "--fault", "DIO:refuse=2", "--max-connections", "3"});
-        EXPECT_EQ(oProgram.Line(), "quorvel-sim 1.0.0 ready on 127.66.1.2: SPI=14802 DIO=14804 AD=14806");
+        CProgram oProgram({"--address", strAddress, "--port-index", "98", "--verbose", "--fault", "5:drop@1",
+                           "--fault", "DIO:refuse=2", "--max-connections", "3"});
+        EXPECT_EQ(oProgram.Line(),
+                  "quorvel-sim 1.0.0 ready on " + strAddress + ": SPI=14802 DIO=14804 AD=14806");
         {
-            const CClient oClient("127.66.1.2", 14804);
+            const CClient oClient(strAddress, 14804);
             oClient.Send(Bytes("05 00 40 05 01 00 44 05 00 40 05 02 00 47"));
             EXPECT_EQ(oClient.Receive(16), "0E 00 40 85 02 00 02 00 00 00 00 00 00 00 00 C5");
-            CClient oSPI("127.66.1.2", 14802);
+            CClient oSPI(strAddress, 14802);
             EXPECT_EQ(oSPI.Ask(0x0303, Bytes("9F 00 00 00")), "00 FF C2 20 17");
         }
         oProgram.Signal(nSignal);
@@ -685,13 +689,10 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
         {{"--nonsense"}, "", "--nonsense", 2},
         {{"--fault", "SPI:dorp"}, "", "fault plan step 'dorp': is not a known fault", 2},
         {{"--fault", "4:drop"}, "", "'4' is not a kind of gateway", 2},
-        {{"--address", "127.66.1.3", "--port-index", "97"},
-         "",
-         "cannot listen on 127.66.1.3:14706: Address already in use",
-         4},
+        {{"--address", strAddress, "--port-index", "97"}, "", ":14706: Address already in use", 4},
     };
     CSimGatewayAD oTaken;
-    ASSERT_TRUE(oTaken.Start("127.66.1.3", 14706));
+    ASSERT_TRUE(oTaken.Start(strAddress, 14706));
     for (const auto& oRow : aoRows) {
         CProgram oProgram(oRow.astrArguments);
         EXPECT_EQ(oProgram.Output(), oRow.pOutput);
