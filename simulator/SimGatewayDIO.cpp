@@ -1,0 +1,10 @@
+#include "SimGatewayDIO.h"
+
+#include "QuorvelErrorMsg.h"
+
+CSimGatewayDIO::CSimGatewayDIO() : CSimGateway(eDeviceDIO, "DIO") {}
+
+CSimGatewayDIO::~CSimGatewayDIO()
+{
+    Stop();
+}
