@@ -33,6 +33,14 @@ class QUORVEL_API CQuorvelMsg
     /** Builds a telegram; see SetMessage with the same arguments. */
     CQuorvelMsg(unsigned short nCmdCode, short nMsgID, const char* pData, unsigned short nDataLen);
 
+    /**
+     * Builds a telegram from data that it takes over instead of copying it.
+     * @param nCmdCode command code
+     * @param nMsgID   telegram id
+     * @param strData  data bytes
+     */
+    CQuorvelMsg(unsigned short nCmdCode, short nMsgID, std::string&& strData);
+
     /** Parses received bytes; see SetMessage with the same arguments. IsValid tells the outcome. */
     CQuorvelMsg(const char* pBuffer, unsigned short nBufferLen);
 
@@ -111,6 +119,9 @@ class QUORVEL_API CQuorvelMsg
     ///@}
 
   protected:
+    /** Stores everything but the data, which is there already. */
+    void Seal(unsigned short nCmdCode, short nMsgID);
+
     std::string m_strData;     ///< data bytes
     unsigned short m_nLength;  ///< length field
     unsigned short m_nCmdCode; ///< command code

@@ -369,5 +369,5 @@ int CQuorvelClient::WriteAnalog(const unsigned int* pValues, unsigned short nCou
     std::string strData;
     for (unsigned int i = 0; pValues != nullptr && i < nCount; ++i)
         strData += CQuorvelMsg::ToChar(pValues[i]);
-    return oCommand.Exchange(Code(m_eDeviceType, 0x43), strData);
+    return oCommand.Exchange(Code(m_eDeviceType, 0x43), std::move(strData));
 }
