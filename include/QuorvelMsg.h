@@ -95,7 +95,10 @@ class QUORVEL_API CQuorvelMsg
     /** @return true when the check byte is right */
     bool IsCRCValid() const { return ComputeCRC() == m_nCRC; }
 
-    /** @return the bytes for the wire, with length and check byte as they are stored */
+    /** @return the six bytes before the data: length as it is stored, command code, telegram id */
+    std::string GetHeader() const;
+
+    /** @return the bytes for the wire: header, data, check byte as it is stored */
     std::string GetMessageData() const;
 
     /** @name Numbers to bytes, little-endian: 2, 4 or 8 bytes */

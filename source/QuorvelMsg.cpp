@@ -1,6 +1,5 @@
 #include "QuorvelMsg.h"
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -15,19 +14,28 @@ constexpr unsigned short SHORTEST = 7; // bytes of a telegram without data
 // Eight bytes at a time, in four independent sums: telegrams of 64 KiB pass here twice in an exchange.
 unsigned int XorOfBytes(const std::string& strBytes)
 {
-    std::array<std::uint64_t, 4> anSums{};
-    std::size_t nPos = 0;
-    for (; nPos + sizeof anSums <= strBytes.size(); nPos += sizeof anSums) {
-        std::array<std::uint64_t, 4> anBytes{};
-        std::memcpy(anBytes.data(), strBytes.data() + nPos, sizeof anBytes);
-        for (std::size_t i = 0; i < anSums.size(); ++i)
-            anSums[i] ^= anBytes[i];
+    const char* p = strBytes.data();
+    const char* const pEnd = p + strBytes.size();
+    const auto fnLoad = [&p](std::size_t i) {
+        std::uint64_t n = 0;
+        std::memcpy(&n, p + 8 * i, sizeof n);
+        return n;
+    };
+    std::uint64_t n0 = 0;
+    std::uint64_t n1 = 0;
+    std::uint64_t n2 = 0;
+    std::uint64_t n3 = 0;
+    for (; pEnd - p >= 32; p += 32) {
+        n0 ^= fnLoad(0);
+        n1 ^= fnLoad(1);
+        n2 ^= fnLoad(2);
+        n3 ^= fnLoad(3);
     }
-    std::uint64_t nSum = anSums[0] ^ anSums[1] ^ anSums[2] ^ anSums[3];
+    std::uint64_t nSum = n0 ^ n1 ^ n2 ^ n3;
     for (const unsigned int nHalf : {32U, 16U, 8U})
         nSum ^= nSum >> nHalf;
-    for (; nPos < strBytes.size(); ++nPos)
-        nSum ^= static_cast<unsigned char>(strBytes[nPos]);
+    for (; p != pEnd; ++p)
+        nSum ^= static_cast<unsigned char>(*p);
     return nSum & 0xFF;
 }
 
@@ -120,13 +128,16 @@ bool CQuorvelMsg::SetMessage(const char* pBuffer, unsigned short nBufferLen)
     return IsValid();
 }
 
+std::string CQuorvelMsg::GetHeader() const
+{
+    return ToChar(m_nLength) + ToChar(m_nCmdCode) + ToChar(m_nMsgID);
+}
+
 std::string CQuorvelMsg::GetMessageData() const
 {
     std::string strBytes;
     strBytes.reserve(m_strData.size() + SHORTEST);
-    strBytes += ToChar(m_nLength);
-    strBytes += ToChar(m_nCmdCode);
-    strBytes += ToChar(m_nMsgID);
+    strBytes += GetHeader();
     strBytes += m_strData;
     strBytes += static_cast<char>(m_nCRC);
     return strBytes;
