@@ -16,8 +16,8 @@
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <string>
+#include <unordered_map>
 
 /**
  * One gateway: its TCP connection, and the exchange of requests and confirmations over it.
@@ -332,13 +332,14 @@ class QUORVEL_API CQuorvelClient
      */
     static void TraceFailure(int nRC, const char* pUnit, unsigned int nLine);
 
-    CConnection m_oConnection;                     ///< the connection
-    unsigned int m_nTimeout;                       ///< milliseconds
-    std::map<short, CMessageItem*> m_aoMessageMap; ///< confirmations not yet collected; owns the items
-    CZelMutex m_oMutexMessageMap;                  ///< guards m_aoMessageMap and m_oOldestTime
-    std::atomic<short> m_nMsgID;                   ///< id of the next request
-    EQuorvelDevice m_eDeviceType;                  ///< device kind
-    CZelEvent m_oEventMsg;                         ///< signalled whenever a confirmation has been stored
+    CConnection m_oConnection; ///< the connection
+    unsigned int m_nTimeout;   ///< milliseconds
+    std::unordered_map<short, CMessageItem*>
+        m_aoMessageMap;           ///< confirmations not yet collected; owns the items
+    CZelMutex m_oMutexMessageMap; ///< guards m_aoMessageMap and m_oOldestTime
+    std::atomic<short> m_nMsgID;  ///< id of the next request
+    EQuorvelDevice m_eDeviceType; ///< device kind
+    CZelEvent m_oEventMsg;        ///< signalled whenever a confirmation has been stored
 
   private:
     CZelLocalTime m_oOldestTime; // no stored confirmation is older
