@@ -16,8 +16,9 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
+#include <memory_resource>
 #include <string>
-#include <unordered_map>
 
 /**
  * One gateway: its TCP connection, and the exchange of requests and confirmations over it.
@@ -332,10 +333,11 @@ class QUORVEL_API CQuorvelClient
      */
     static void TraceFailure(int nRC, const char* pUnit, unsigned int nLine);
 
-    CConnection m_oConnection; ///< the connection
-    unsigned int m_nTimeout;   ///< milliseconds
-    std::unordered_map<short, CMessageItem*>
-        m_aoMessageMap;           ///< confirmations not yet collected; owns the items
+    CConnection m_oConnection;                             ///< the connection
+    unsigned int m_nTimeout;                               ///< milliseconds
+    std::pmr::unsynchronized_pool_resource m_oMessagePool; ///< memory of m_aoMessageMap, kept close together
+    /** Confirmations not yet collected, by telegram id; owns the items. */
+    std::pmr::map<short, CMessageItem*> m_aoMessageMap{&m_oMessagePool};
     CZelMutex m_oMutexMessageMap; ///< guards m_aoMessageMap and m_oOldestTime
     std::atomic<short> m_nMsgID;  ///< id of the next request
     EQuorvelDevice m_eDeviceType; ///< device kind
