@@ -10,6 +10,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /**
@@ -413,8 +414,10 @@ class QUORVEL_API CQuorvelHexfile
     std::string m_strErrorMessage;                ///< text of the last error
 
   private:
-    unsigned int LineFault(EResult eResult, const char* pText, const std::string& strLine);
-    unsigned int NoRecord(const std::string& strLine);
+    unsigned int LineIntel(std::string_view strLine, CByteMap& oMap, unsigned int& nBaseAddress);
+    unsigned int LineMotorola(std::string_view strLine, CByteMap& oMap);
+    unsigned int LineFault(EResult eResult, const char* pText, std::string_view strLine);
+    unsigned int NoRecord(std::string_view strLine);
 };
 
 #endif

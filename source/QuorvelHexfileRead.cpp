@@ -12,6 +12,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <string_view>
 
 namespace
 {
@@ -27,22 +28,25 @@ using SEntry = CQuorvelHexfile::CByteMap::SEntry;
 
 // The bytes that all pairs of characters stand for, ready for the map; what is no hex digit counts as the
 // digit 0. One look-up for a byte, since this is what reading a large file spends its time on.
-constexpr auto PAIRS = [] {
-    std::array<unsigned char, 256> anDigits{};
+struct SPairs {
+    SEntry aoEntries[65536];
+};
+constexpr SPairs PAIRS = [] {
+    unsigned char anDigits[256] = {};
     for (unsigned int i = 0; i < 6; ++i)
         anDigits['A' + i] = anDigits['a' + i] = static_cast<unsigned char>(10 + i);
     for (unsigned int i = 0; i < 10; ++i)
         anDigits['0' + i] = static_cast<unsigned char>(i);
-    std::array<SEntry, 65536> aoPairs{};
-    for (unsigned int i = 0; i < aoPairs.size(); ++i)
-        aoPairs[i] = {static_cast<char>(anDigits[i & 0xFF] << 4 | anDigits[i >> 8]), true};
-    return aoPairs;
+    SPairs oPairs{};
+    for (unsigned int i = 0; i < 65536; ++i)
+        oPairs.aoEntries[i] = {static_cast<char>(anDigits[i & 0xFF] << 4 | anDigits[i >> 8]), true};
+    return oPairs;
 }();
 
 const SEntry& HexEntry(const char* pDigits)
 {
-    return PAIRS[static_cast<std::size_t>(static_cast<unsigned char>(pDigits[1]) << 8 |
-                                          static_cast<unsigned char>(pDigits[0]))];
+    return PAIRS
+        .aoEntries[static_cast<unsigned char>(pDigits[1]) << 8 | static_cast<unsigned char>(pDigits[0])];
 }
 
 unsigned int HexByte(const char* pDigits)
@@ -75,9 +79,9 @@ class CLines
   public:
     explicit CLines(std::ifstream& oFile) : m_oFile(oFile) {}
 
-    // The next line, with a NUL in place of its line feed if it has one; false at the end, and after a line
-    // that was too long: of that, the first 1023 characters are a line still.
-    bool Next(std::string& strLine)
+    // The next line, with a NUL in place of its line feed if it has one; empty at the end, and after a line
+    // that was too long: of that, the first 1023 characters are a line still. Valid until the next call.
+    std::string_view Next()
     {
         if (m_nEnd - m_nBegin < LINE_SIZE && !m_bOver)
             Fill();
@@ -93,8 +97,7 @@ class CLines
             m_nBegin = m_nEnd;
             m_bOver = true;
         }
-        strLine.assign(pLine, nLength);
-        return nLength > 0;
+        return {pLine, nLength};
     }
 
   private:
@@ -194,16 +197,17 @@ void CQuorvelHexfile::CByteMap::ToMemoryBlocks(std::vector<SMemoryBlock*>& apBlo
     }
 }
 
-unsigned int CQuorvelHexfile::LineFault(EResult eResult, const char* pText, const std::string& strLine)
+unsigned int CQuorvelHexfile::LineFault(EResult eResult, const char* pText, std::string_view strLine)
 {
-    m_strErrorMessage = pText + strLine;
+    m_strErrorMessage = pText;
+    m_strErrorMessage += strLine;
     return eResult;
 }
 
 // A line that does not begin like a record: skipped when it is blank.
-unsigned int CQuorvelHexfile::NoRecord(const std::string& strLine)
+unsigned int CQuorvelHexfile::NoRecord(std::string_view strLine)
 {
-    if (ZelStrTrim(strLine).empty())
+    if (ZelStrTrim(std::string(strLine)).empty())
         return eResultOk;
     return LineFault(eResultLineFormat, "Invalid format in data line: ", strLine);
 }
@@ -246,8 +250,8 @@ unsigned int CQuorvelHexfile::AnalizeFile(std::ifstream& oFile, EType eType)
         return eResultRecordType;
     }
     CLines oLines(oFile);
-    std::string strLine;
-    if (!oLines.Next(strLine)) {
+    std::string_view strLine = oLines.Next();
+    if (strLine.empty()) {
         Trace(2, UNIT, [&] { return "Eingabe " + m_strFilename + " enthaelt keine Daten."; });
         return eResultNoData;
     }
@@ -265,13 +269,13 @@ unsigned int CQuorvelHexfile::AnalizeFile(std::ifstream& oFile, EType eType)
     unsigned int nResult = eResultOk;
     unsigned int nBaseAddress = 0;
     CByteMap oMap;
-    do {
-        const unsigned int nLineResult = m_eType == eTypeIntel ? AnalizeLineIntel(strLine, oMap, nBaseAddress)
-                                                               : AnalizeLineMotorola(strLine, oMap);
+    for (; !strLine.empty(); strLine = oLines.Next()) {
+        const unsigned int nLineResult =
+            m_eType == eTypeIntel ? LineIntel(strLine, oMap, nBaseAddress) : LineMotorola(strLine, oMap);
         std::replace(m_strErrorMessage.begin(), m_strErrorMessage.end(), '\0', '.');
         if (nLineResult != eResultOk)
             nResult = nLineResult; // and on: the last faulty line counts
-    } while (oLines.Next(strLine));
+    }
     Trace(16, UNIT, "reading input lines completed.");
     oMap.ToMemoryBlocks(m_vecMemoryBlocks);
     Trace(16, UNIT, "input lines converted to internal data structure.");
@@ -284,6 +288,16 @@ unsigned int CQuorvelHexfile::AnalizeFile(std::ifstream& oFile, EType eType)
 
 unsigned int CQuorvelHexfile::AnalizeLineIntel(const std::string& strLine, CByteMap& oMap,
                                                unsigned int& nBaseAddress)
+{
+    return LineIntel(strLine, oMap, nBaseAddress);
+}
+
+unsigned int CQuorvelHexfile::AnalizeLineMotorola(const std::string& strLine, CByteMap& oMap)
+{
+    return LineMotorola(strLine, oMap);
+}
+
+unsigned int CQuorvelHexfile::LineIntel(std::string_view strLine, CByteMap& oMap, unsigned int& nBaseAddress)
 {
     if (strLine.empty() || strLine[0] == ';')
         return eResultOk;
@@ -341,7 +355,7 @@ unsigned int CQuorvelHexfile::AnalizeLineIntel(const std::string& strLine, CByte
     return nResult;
 }
 
-unsigned int CQuorvelHexfile::AnalizeLineMotorola(const std::string& strLine, CByteMap& oMap)
+unsigned int CQuorvelHexfile::LineMotorola(std::string_view strLine, CByteMap& oMap)
 {
     if (strLine.empty())
         return eResultOk;
@@ -354,10 +368,10 @@ unsigned int CQuorvelHexfile::AnalizeLineMotorola(const std::string& strLine, CB
     case '7':
     case '8':
     case '9':
-        Trace(8, UNIT, [&] { return "Ignored S-record format: " + strLine; });
+        Trace(8, UNIT, [&] { return "Ignored S-record format: " + std::string(strLine); });
         return eResultOk;
     case '5':
-        Trace(2, UNIT, [&] { return "Not supported S-record format: " + strLine; });
+        Trace(2, UNIT, [&] { return "Not supported S-record format: " + std::string(strLine); });
         return eResultOk;
     case '1':
     case '2':

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace
 {
@@ -32,8 +33,13 @@ constexpr CDigits LOWER = MakeDigits("0123456789abcdef");
 
 char* PutByte(char* pOut, unsigned int nByte, const CDigits& acDigits = UPPER)
 {
-    std::memcpy(pOut, &acDigits[2 * (nByte & 0xFFU)], 2);
+    std::memcpy(pOut, &acDigits[std::size_t{2} * (nByte & 0xFFU)], 2);
     return pOut + 2;
+}
+
+char* PutText(char* pOut, std::string_view strText)
+{
+    return std::copy(strText.begin(), strText.end(), pOut);
 }
 
 // Collects records and passes them on in large pieces.
@@ -68,7 +74,7 @@ class CRecords
 
     std::ofstream& m_oFile;
     std::size_t m_nUsed = 0;
-    std::unique_ptr<char[]> m_pBuffer = std::make_unique<char[]>(BUFFER_SIZE);
+    std::unique_ptr<char[]> m_pBuffer = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
 };
 
 char* PutData(char* pOut, const char* pData, unsigned int nLength, unsigned int& nSum)
@@ -106,9 +112,9 @@ char* PutDumpLine(const char* pData, const bool* pValid, std::uint64_t nSize, st
         const std::uint64_t nIndex = nOffset + i;
         char cText = ' ';
         if (nIndex >= nSize) {
-            std::memcpy(pOut, "  ", 2);
+            PutText(pOut, "  ");
         } else if (!pValid[nIndex]) {
-            std::memcpy(pOut, "--", 2);
+            PutText(pOut, "--");
         } else {
             PutByte(pOut, static_cast<unsigned char>(pData[nIndex]));
             cText = pData[nIndex] >= ' ' && pData[nIndex] <= '~' ? pData[nIndex] : '.';
@@ -167,9 +173,8 @@ bool CQuorvelHexfile::SaveAsFileIntel(std::ofstream& oFile)
             nUpper = nAddress >> 16;
             // Lower case before the first data record: existing applications rely on it.
             const CDigits& acDigits = (oFile.flags() & std::ios::uppercase) != 0 ? UPPER : LOWER;
-            char* const pRecord = oRecords.Begin();
-            std::memcpy(pRecord, ":02000004", 9);
-            char* pOut = PutByte(pRecord + 9, nUpper >> 8, acDigits);
+            char* pOut = PutText(oRecords.Begin(), ":02000004");
+            pOut = PutByte(pOut, nUpper >> 8, acDigits);
             pOut = PutByte(pOut, nUpper, acDigits);
             oRecords.End(PutByte(pOut, 0U - ((nUpper >> 8) + nUpper + 6), acDigits));
         }
@@ -184,9 +189,7 @@ bool CQuorvelHexfile::SaveAsFileIntel(std::ofstream& oFile)
         pOut = PutData(pOut, pData, nLength, nSum);
         oRecords.End(PutByte(pOut, 0U - nSum));
     });
-    char* const pRecord = oRecords.Begin();
-    std::memcpy(pRecord, ":00000001FF", 11);
-    oRecords.End(pRecord + 11);
+    oRecords.End(PutText(oRecords.Begin(), ":00000001FF"));
     oRecords.Flush();
     return true;
 }
