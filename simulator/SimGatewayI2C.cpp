@@ -37,15 +37,15 @@ constexpr auto nPollLimit = 100ms;
 
 /// The request data of a command: so many bytes, or, with more behind them, at least so many.
 struct SShape {
-    unsigned char nCommand;
     std::size_t nLen;
+    unsigned char nCommand;
     bool bMore;
 };
-constexpr SShape aoShapes[] = {{eReset, 0, false},         {eSetGlobals, 4, false}, {eGetGlobals, 0, false},
-                               {eRead, 4, false},          {eWrite, 2, true},       {eReadEeprom, 9, false},
-                               {eWriteEeprom, 7, true},    {eSequence, 2, true},    {eRawStart, 0, false},
-                               {eRawSend, 2, false},       {eRawGet, 1, false},     {eRawStop, 0, false},
-                               {eWriteEepromPoll, 9, true}};
+constexpr SShape aoShapes[] = {{0, eReset, false},         {4, eSetGlobals, false}, {0, eGetGlobals, false},
+                               {4, eRead, false},          {2, eWrite, true},       {9, eReadEeprom, false},
+                               {7, eWriteEeprom, true},    {2, eSequence, true},    {0, eRawStart, false},
+                               {2, eRawSend, false},       {1, eRawGet, false},     {0, eRawStop, false},
+                               {9, eWriteEepromPoll, true}};
 
 /// What an EEPROM request says about where.
 struct SPlace {
