@@ -21,7 +21,7 @@
  * |---|---|---|
  * | 0 | 2, cannot be written | temperature: eighths of a degree Celsius, signed, in the upper 11 bits |
  * | 1 | 1 | configuration; bit 0 set: shut down, the temperature stands still |
- * | 2, 3 | 2 | lower and upper limit, half degrees in the upper 9 bits; 75 and 80 degrees at first |
+ * | 2, 3 | 2 | lower and upper limit, without effect; 75 and 80 degrees (4B 00, 50 00) at first |
  *
  * All numbers are most significant byte first. A register that there is not, and bytes for which a register
  * has no room, are not acknowledged.
