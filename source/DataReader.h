@@ -31,6 +31,13 @@ class CDataReader
         std::memset(static_cast<char*>(pTo) + nHave, 0, nCount - nHave);
     }
 
+    // How many of the bytes from an offset on go to a caller's buffer. In 16 bits: a confirmation without data
+    // counts as a full one, whose missing bytes are zeros.
+    unsigned short CopyLength(std::size_t nOffset, unsigned short nBufLen) const
+    {
+        return std::min(static_cast<unsigned short>(m_strData.size() - nOffset), nBufLen);
+    }
+
     // Everything from an offset on.
     std::string Rest(std::size_t nOffset) const
     {

@@ -1,6 +1,11 @@
 #include "DeviceManager.h"
 
+#include "QuorvelClientRenesas.h"
 #include "QuorvelClientSPI.h"
+#include "QuorvelClientTestSystemCOM.h"
+#include "QuorvelClientTestSystemIO.h"
+#include "QuorvelClientTestSystemPWR.h"
+#include "QuorvelClientTestSystemRelay.h"
 #include "Trace.h"
 #include "support/ZelTools.h"
 
@@ -30,6 +35,16 @@ std::unique_ptr<CQuorvelClient> CreateClient(unsigned char nDeviceType, int nTim
     switch (nDeviceType) {
     case eDeviceSPI:
         return std::make_unique<CQuorvelClientSPI>(nTimeout);
+    case eDeviceRenesas:
+        return std::make_unique<CQuorvelClientRenesas>(nTimeout);
+    case eDeviceTestSystemIO:
+        return std::make_unique<CQuorvelClientTestSystemIO>(nTimeout);
+    case eDeviceTestSystemPWR:
+        return std::make_unique<CQuorvelClientTestSystemPWR>(nTimeout);
+    case eDeviceTestSystemCOM:
+        return std::make_unique<CQuorvelClientTestSystemCOM>(nTimeout);
+    case eDeviceTestSystemRelay:
+        return std::make_unique<CQuorvelClientTestSystemRelay>(nTimeout);
     default:
         return nullptr;
     }
