@@ -2,7 +2,13 @@
 
 #include "SimGatewayAD.h"
 #include "SimGatewayDIO.h"
+#include "SimGatewayFirmware.h"
+#include "SimGatewayRenesas.h"
 #include "SimGatewaySPI.h"
+#include "SimGatewayTestBox.h"
+#include "SimGatewayTestCOM.h"
+
+#include "QuorvelErrorMsg.h"
 
 #include <utility>
 
@@ -12,6 +18,12 @@ CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned sho
     m_aoGateways.push_back(std::make_unique<CSimGatewaySPI>());
     m_aoGateways.push_back(std::make_unique<CSimGatewayDIO>());
     m_aoGateways.push_back(std::make_unique<CSimGatewayAD>());
+    m_aoGateways.push_back(std::make_unique<CSimGatewayRenesas>());
+    m_aoGateways.push_back(std::make_unique<CSimGatewayTestBox>(eDeviceTestSystemIO));
+    m_aoGateways.push_back(std::make_unique<CSimGatewayTestBox>(eDeviceTestSystemPWR));
+    m_aoGateways.push_back(std::make_unique<CSimGatewayTestCOM>());
+    m_aoGateways.push_back(std::make_unique<CSimGatewayTestBox>(eDeviceTestSystemRelay));
+    m_aoGateways.push_back(std::make_unique<CSimGatewayFirmware>());
 }
 
 CSimulator::~CSimulator()
@@ -61,7 +73,9 @@ std::vector<CSimulator::SKind> CSimulator::ListKinds() const
 
 unsigned short CSimulator::Port(int nKind) const
 {
-    return m_nPortBase == 0
-               ? static_cast<unsigned short>(0)
-               : static_cast<unsigned short>(m_nPortBase + static_cast<unsigned>(nKind) + 100 * m_nPortIndex);
+    if (m_nPortBase == 0)
+        return 0;
+    const unsigned nOffset =
+        nKind == 0 ? 100 : static_cast<unsigned>(nKind); // the firmware service is at 5099
+    return static_cast<unsigned short>(m_nPortBase + nOffset + 100 * m_nPortIndex);
 }
