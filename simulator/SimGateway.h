@@ -124,7 +124,7 @@ class CSimGateway
      * @param nCmdCode the whole command code; bit 15 clear
      * @param nID telegram id
      * @param strData at most SSimTelegram::nMaxData bytes
-     * @param nConnection the connection to send it on; 0: all
+     * @param nConnection the connection to send it on; 0: all that are served
      * @param nDelayMs sent so much later
      * @return whether a connection took it; one whose client leaves megabytes unread does not
      */

@@ -278,7 +278,7 @@ TEST(ConnectionTest, ClosingWithinAnIndicationEndsDelivery)
     };
     ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
     oPeer.Send(Block(5, 'd'));
-    ASSERT_TRUE(oPeer.WaitForEndOfClient());
+    ASSERT_TRUE(oPeer.WaitForClient(3));
     oPeer.Send(Block(5, 'e'));
     EXPECT_TRUE(oConnection.WaitForTelegrams(3));
 }

@@ -196,10 +196,10 @@ std::string CTestPeer::TakeRequest()
     return ToHex(strRequest);
 }
 
-bool CTestPeer::WaitForClient()
+bool CTestPeer::WaitForClient(unsigned int nNumber)
 {
     std::unique_lock oLock(m_oMutex);
-    return m_oChanged.wait_for(oLock, PATIENCE, [this] { return m_nClient >= 0; });
+    return m_oChanged.wait_for(oLock, PATIENCE, [&] { return m_nClients >= nNumber && m_nClient >= 0; });
 }
 
 bool CTestPeer::WaitForEndOfClient()

@@ -55,13 +55,13 @@ class CTestPeer
     // The oldest request not yet taken, as hex digits; "none" after ten seconds without one.
     std::string TakeRequest();
 
-    bool WaitForClient();                   // a connection is there
-    bool WaitForEndOfClient();              // and is gone again
-    void Send(const std::string& strBytes); // to the client, unasked
-    void Close();                           // ends the connection in an orderly way
-    void Reset();                           // resets the connection
-    void StopAnsweringAtAll();              // drops every packet from now on, also of new connections
-    void StopReading() { m_bRead = false; } // the next connection is accepted, but never read from
+    bool WaitForClient(unsigned int nNumber = 1); // the first or a later connection is there
+    bool WaitForEndOfClient();                    // and is gone again
+    void Send(const std::string& strBytes);       // to the client, unasked
+    void Close();                                 // ends the connection in an orderly way
+    void Reset();                                 // resets the connection
+    void StopAnsweringAtAll();                    // drops every packet from now on, also of new connections
+    void StopReading() { m_bRead = false; }       // the next connection is accepted, but never read from
 
   private:
     void Serve();
