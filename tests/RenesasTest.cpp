@@ -45,10 +45,10 @@ TEST_F(RenesasTest, RequestsAndResults)
     Check([&] { return o.WriteDigital(0x0A0B0C0D); }, "09 00 41 09 02 00 0d 0c 0b 0a 4a",
           "4 source/QuorvelClient: WRITE DIGITAL", ", OutputBits=0xa0b0c0d");
     const std::string strData(300, 'x');
-    for (const auto& [nLen, strPage] :
+    for (const auto& oPage :
          {std::pair(300, strData.substr(0, 256)), {10, "xxxxxxxxxx" + std::string(246, '\0')}})
-        Check([&] { return o.WritePage(0x1234, strData.data(), static_cast<unsigned short>(nLen)); },
-              ToHex(Telegram(0x0925, 2, "\x34\x12" + strPage)).c_str(),
+        Check([&] { return o.WritePage(0x1234, strData.data(), static_cast<unsigned short>(oPage.first)); },
+              ToHex(Telegram(0x0925, 2, "\x34\x12" + oPage.second)).c_str(),
               "8 source/QuorvelClientRenesas: RENESASA WRITE");
 }
 
