@@ -44,10 +44,10 @@ class QUORVEL_API CQuorvelMsg
     /** Parses received bytes; see SetMessage with the same arguments. IsValid tells the outcome. */
     CQuorvelMsg(const char* pBuffer, unsigned short nBufferLen);
 
-    CQuorvelMsg(const CQuorvelMsg&) = default;
-    CQuorvelMsg(CQuorvelMsg&&) = default;
-    CQuorvelMsg& operator=(const CQuorvelMsg&) = default;
-    CQuorvelMsg& operator=(CQuorvelMsg&&) = default;
+    CQuorvelMsg(const CQuorvelMsg&) = default;            ///< copies the telegram
+    CQuorvelMsg(CQuorvelMsg&&) = default;                 ///< takes the telegram over
+    CQuorvelMsg& operator=(const CQuorvelMsg&) = default; ///< copies the telegram
+    CQuorvelMsg& operator=(CQuorvelMsg&&) = default;      ///< takes the telegram over
 
     virtual ~CQuorvelMsg();
 
@@ -103,23 +103,23 @@ class QUORVEL_API CQuorvelMsg
 
     /** @name Numbers to bytes, little-endian: 2, 4 or 8 bytes */
     ///@{
-    static std::string ToChar(short nValue);
-    static std::string ToChar(unsigned short nValue);
-    static std::string ToChar(int nValue);
-    static std::string ToChar(unsigned int nValue);
-    static std::string ToChar(long long nValue);
-    static std::string ToChar(unsigned long long nValue);
+    static std::string ToChar(short nValue);              ///< gives 2 bytes
+    static std::string ToChar(unsigned short nValue);     ///< gives 2 bytes
+    static std::string ToChar(int nValue);                ///< gives 4 bytes
+    static std::string ToChar(unsigned int nValue);       ///< gives 4 bytes
+    static std::string ToChar(long long nValue);          ///< gives 8 bytes
+    static std::string ToChar(unsigned long long nValue); ///< gives 8 bytes
     ///@}
 
     /** @name Bytes to numbers, little-endian. Exactly 2, 4 or 8 bytes are read; they must be there. */
     ///@{
-    static void FromChar(short& nValue, const char* pData);
-    static void FromChar(unsigned short& nValue, const char* pData);
-    static void FromChar(int& nValue, const char* pData);
-    static void FromChar(unsigned int& nValue, const char* pData);
-    static void FromChar(long long& nValue, const char* pData);
-    static void FromChar(unsigned long long& nValue, const char* pData);
-    ///@}
+    static void FromChar(short& nValue, const char* pData);              ///< reads 2 bytes
+    static void FromChar(unsigned short& nValue, const char* pData);     ///< reads 2 bytes
+    static void FromChar(int& nValue, const char* pData);                ///< reads 4 bytes
+    static void FromChar(unsigned int& nValue, const char* pData);       ///< reads 4 bytes
+    static void FromChar(long long& nValue, const char* pData);          ///< reads 8 bytes
+    static void FromChar(unsigned long long& nValue, const char* pData); ///< reads 8 bytes
+                                                                         ///@}
 
   protected:
     /** Stores everything but the data, which is there already. */

@@ -14,12 +14,12 @@ constexpr int RC_INVALID_HANDLE = 0x00900000;
 
 // Runs a function; an exception (memory is used up) becomes a result, as C callers cannot catch it.
 template<class FCall>
-int Guarded(FCall fnCall) noexcept
+int Guarded(FCall fnCall, int nFailure = RC_COMMAND_FAILED) noexcept
 {
     try {
         return fnCall();
     } catch (...) {
-        return RC_COMMAND_FAILED;
+        return nFailure;
     }
 }
 

@@ -37,8 +37,7 @@ class CCommand
     }
 
     // Sends the request and waits. The result is the exchange's, or else what the confirmation says.
-    int Exchange(unsigned short nCmdCode, std::string strData = {},
-                 const unsigned int* pTimeout = nullptr);
+    int Exchange(unsigned short nCmdCode, std::string strData = {}, const unsigned int* pTimeout = nullptr);
 
     // Sends the request and does not wait.
     int Send(unsigned short nCmdCode, std::string strData, short& nID);

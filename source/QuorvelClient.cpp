@@ -125,6 +125,7 @@ int CQuorvelClient::SendMsg(const CQuorvelMsg& oMsg)
 int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg*& pCnf, const unsigned int* pTimeout)
 {
     const CZelMyTurn oMyTurn(m_oTurn);
+    m_oEventMsg.Reset();
     const int nRC = SendMsg(oReq);
     if (nRC != 0) {
         TraceFailure(nRC, UNIT, __LINE__);

@@ -27,7 +27,7 @@ int NCInterface::CopyText(std::string strText, char* pcMessage, int nMessageLen)
 int DLLInfo(char* pcMessage, int nMessageLen)
 {
     return NCInterface::Guarded(
-        [&] { return NCInterface::CopyText(gsDLLVersionString, pcMessage, nMessageLen); });
+        [&] { return NCInterface::CopyText(gsDLLVersionString, pcMessage, nMessageLen); }, 0);
 }
 
 int DeviceInfo(int nHandle, SQuorvelDeviceInfo* pInfo)
@@ -40,18 +40,20 @@ int DeviceInfo(int nHandle, SQuorvelDeviceInfo* pInfo)
 
 int DeviceStatus(int nHandle, char* pcMessage, unsigned int nMessageLen)
 {
-    return NCInterface::Guarded([&] {
-        const CDevice* const pDevice = CDeviceManager::GetDevice(nHandle);
-        if (pDevice == nullptr || pDevice->m_pClient == nullptr || pcMessage == nullptr)
-            return 1;
-        std::string strStatus;
-        if (pDevice->m_pClient->Status(strStatus) != 0)
-            std::memset(pcMessage, 0, nMessageLen);
-        // Cut only when longer than the size, unlike CopyText, with the first character lost as there; a size
-        // of 0 wraps and keeps the rest whole. Existing applications rely on it and provide a spare byte.
-        if (strStatus.size() > nMessageLen)
-            strStatus = strStatus.substr(1, nMessageLen - 1);
-        std::memcpy(pcMessage, strStatus.c_str(), strStatus.size() + 1);
-        return static_cast<int>(strStatus.size() + 1);
-    });
+    return NCInterface::Guarded(
+        [&] {
+            const CDevice* const pDevice = CDeviceManager::GetDevice(nHandle);
+            if (pDevice == nullptr || pDevice->m_pClient == nullptr || pcMessage == nullptr)
+                return 1;
+            std::string strStatus;
+            if (pDevice->m_pClient->Status(strStatus) != 0)
+                std::memset(pcMessage, 0, nMessageLen);
+            // Cut only when longer than the size, unlike CopyText, with the first character lost as there; a size
+            // of 0 wraps and keeps the rest whole. Existing applications rely on it and provide a spare byte.
+            if (strStatus.size() > nMessageLen)
+                strStatus = strStatus.substr(1, nMessageLen - 1);
+            std::memcpy(pcMessage, strStatus.c_str(), strStatus.size() + 1);
+            return static_cast<int>(strStatus.size() + 1);
+        },
+        1);
 }

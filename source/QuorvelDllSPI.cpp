@@ -102,5 +102,5 @@ int SPIGetGlobals(int nHandle, unsigned int* pnBaudrate, unsigned char* pnSigLev
 int SPIErrorMessage(int nRC, char* pcMessage, int nMessageLen)
 {
     return Guarded(
-        [&] { return NCInterface::CopyText(CQuorvelClient::GetErrorMsg(nRC), pcMessage, nMessageLen); });
+        [&] { return NCInterface::CopyText(CQuorvelClient::GetErrorMsg(nRC), pcMessage, nMessageLen); }, 0);
 }

@@ -111,7 +111,7 @@ void CQuorvelMsg::Seal(unsigned short nCmdCode, short nMsgID)
     m_nCmdCode = nCmdCode;
     m_nMsgID = nMsgID;
     m_nLength = static_cast<unsigned short>(m_strData.size() + OVERHEAD);
-    m_nCRC = ComputeCRC();
+    m_nCRC = ComputeCRC(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): own one while constructing
 }
 
 bool CQuorvelMsg::SetMessage(const char* pBuffer, unsigned short nBufferLen)
@@ -125,7 +125,7 @@ bool CQuorvelMsg::SetMessage(const char* pBuffer, unsigned short nBufferLen)
     FromChar(m_nMsgID, pBuffer + 4);
     m_strData.assign(pBuffer + 6, nBufferLen - SHORTEST);
     m_nCRC = static_cast<unsigned char>(pBuffer[nBufferLen - 1]);
-    return IsValid();
+    return IsValid(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): own one while constructing
 }
 
 std::string CQuorvelMsg::GetHeader() const

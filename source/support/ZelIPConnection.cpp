@@ -76,7 +76,7 @@ namespace
 
 constexpr const char* UNIT = "source/support/ZelIPConnection";
 constexpr std::size_t MAX_TELEGRAM = 65535;
-constexpr std::size_t RECEIVE_BUFFER = 128 * 1024; // a partial telegram and, behind it, room for a large read
+constexpr std::size_t RECEIVE_BUFFER = 0x20000; // a partial telegram and, behind it, room for a large read
 
 // The connection whose indications run on this thread.
 thread_local const CZelIPConnection* t_pReceiving = nullptr;

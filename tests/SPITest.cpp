@@ -1,0 +1,166 @@
+// The SPI client: requests, transfers, sequences, and the addresses of serial EEPROMs.
+
+#include "ConnectedTest.h"
+#include "QuorvelClientSPI.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using SPITest = CConnectedTest<CQuorvelClientSPI, 0x0300>;
+
+const std::string UNIT = "source/QuorvelClientSPI: ";
+const std::string UNTOUCHED = "ee ee ee ee ee ee";
+
+struct SBuffer {
+    char acBytes[6] = {'\xee', '\xee', '\xee', '\xee', '\xee', '\xee'};
+    std::string Get() const { return ToHex({acBytes, sizeof acBytes}); }
+};
+
+} // namespace
+
+TEST_F(SPITest, RequestsAndResults)
+{
+    unsigned int n = 0;
+    unsigned char c = 0;
+    char acRead[5];
+    const std::string strTransfer = "8 " + UNIT + "DATA REQ";
+    Check([&] { return m_oClient.SetGlobals(500000, 0x41, 0x42, 0x43); },
+          "0c 00 07 03 02 00 20 a1 07 00 41 42 43 c0", "4 " + UNIT + "SET_GLOBALS",
+          ", SignalLevel=A, AuXVoltage=B, ClockMode=C, Baudrate=500000"); // raw characters
+    Check([&] { return m_oClient.GetGlobals(n, c, c, c); }, "05 00 08 03 02 00 09",
+          "4 " + UNIT + "GET_GLOBALS");
+    Check([&] { return m_oClient.DataReq("\1\2", 2, acRead, 5); }, "0a 00 03 03 02 00 01 02 00 00 00 01",
+          strTransfer);
+    Check([&] { return m_oClient.DataReq("\1\2\3\4\5", 5, acRead, 2); },
+          "0a 00 03 03 02 00 01 02 03 04 05 03", strTransfer);
+    Check([&] { return m_oClient.SequenceReq("\x90\x1f\0", 3, acRead, 5); }, "08 00 14 03 02 00 90 1f 00 9a",
+          "8 " + UNIT + "SEQUENCE REQ");
+}
+
+TEST_F(SPITest, GetGlobalsAndReadDigitalDecode)
+{
+    const std::tuple<const char*, int, CNumbers> aoCases[] = {
+        {"00 20 a1 07 80 01 02", 0, {9, 8, 7, 6}}, // too short
+        {"21 20 a1 07 80 01 02 f3", 0x0321, {9, 8, 7, 6}},
+        {"00 20 a1 07 80 01 02 f3", 0, {0x8007A120, 1, 2, 0xF3}},
+    };
+    CNumbers anWords{9, 9};
+    unsigned char anBytes[3] = {8, 7, 6};
+    for (const auto& [pConfirmation, nRC, anExpected] : aoCases) {
+        m_oPeer.Confirm(pConfirmation);
+        EXPECT_EQ(nRC, m_oClient.GetGlobals(anWords[0], anBytes[0], anBytes[1], anBytes[2]));
+        EXPECT_EQ(anExpected, (CNumbers{anWords[0], anBytes[0], anBytes[1], anBytes[2]}));
+    }
+    m_oPeer.Confirm("00 01 00 00 00 02 00 00 00");
+    EXPECT_EQ(0, m_oClient.ReadDigital(anWords[0], anWords[1]));
+    EXPECT_EQ((CNumbers{1, 2}), anWords);
+}
+
+// A synchronous sequence hands over the result byte too, the other reads do not.
+TEST_F(SPITest, ReadsFillTheBufferEachInItsWay)
+{
+    const std::tuple<const char*, unsigned short, int, std::string, std::string> aoCases[] = {
+        {"00 11 22 33", 5, 0, "11 22 33 ee ee ee", "00 11 22 33 ee ee"},
+        {"00 11 22 33", 2, 0, "11 22 ee ee ee ee", "00 11 ee ee ee ee"},
+        {"00 11 22 33", 0, 0, UNTOUCHED, UNTOUCHED},
+        {"21 11 22", 5, 0x0321, "11 22 ee ee ee ee", "21 11 22 ee ee ee"}, // an error's data as well
+        {"", 5, 0x000C0300, "00 00 00 00 00 ee", UNTOUCHED},
+    };
+    for (const auto& [pConfirmation, nLen, nRC, strOthers, strSequence] : aoCases) {
+        SCOPED_TRACE(pConfirmation);
+        SBuffer aoBuffers[3];
+        short nID = 0;
+        for (int i = 0; i < 5; ++i)
+            m_oPeer.Confirm(pConfirmation);
+        EXPECT_EQ(nRC, m_oClient.DataReq("\1", 1, aoBuffers[0].acBytes, nLen));
+        EXPECT_EQ(nRC, m_oClient.SequenceReq("\1", 1, aoBuffers[1].acBytes, nLen));
+        EXPECT_EQ(0, m_oClient.SequenceReq("\1", 1, &nID));
+        EXPECT_EQ(nRC, m_oClient.SequenceGetCnf(nID, aoBuffers[2].acBytes, nLen));
+        EXPECT_EQ(strOthers, aoBuffers[0].Get());
+        EXPECT_EQ(strSequence, aoBuffers[1].Get());
+        EXPECT_EQ(strOthers, aoBuffers[2].Get());
+        EXPECT_EQ(nRC, m_oClient.SequenceReq("\1", 1, nullptr, 5));
+        EXPECT_EQ(0, m_oClient.SequenceReq("\1", 1, &nID));
+        EXPECT_EQ(nRC, m_oClient.SequenceGetCnf(nID, nullptr, 5));
+    }
+}
+
+TEST_F(SPITest, FailedExchangesLeaveBuffersAlone)
+{
+    SBuffer oBuffer;
+    m_oPeer.Raw(Telegram(0x8304, 2, Hex("00 11")));
+    EXPECT_EQ(0x000B0000, m_oClient.DataReq("\1", 1, oBuffer.acBytes, 5));
+    m_oPeer.Raw(Telegram(0x8303, 3, Hex("00 11")));
+    EXPECT_EQ(0x000B0000, m_oClient.SequenceReq("\1", 1, oBuffer.acBytes, 5));
+    const std::string strLong(65535, 'x'); // no telegram holds so many
+    EXPECT_EQ(0x00020000, m_oClient.DataReq(strLong.data(), 65535, oBuffer.acBytes, 5));
+    EXPECT_EQ(0x00020000, m_oClient.SequenceReq(strLong.data(), 65529, oBuffer.acBytes, 5));
+    EXPECT_EQ(UNTOUCHED, oBuffer.Get());
+    m_oClient.Close();
+    short nID = 0;
+    EXPECT_EQ(0x00030000, m_oClient.SequenceReq("\1", 1, &nID));
+    EXPECT_EQ(6, nID); // told all the same
+}
+
+TEST_F(SPITest, AsynchronousSequencesAreCollectedInAnyOrder)
+{
+    for (int i = 0; i < 4; ++i)
+        m_oPeer.Ignore();
+    m_oPeer.Confirm("00"); // another request in between
+    CTraceRecorder oTraces(0x08);
+    short anIDs[3] = {};
+    for (short& nID : anIDs)
+        EXPECT_EQ(0, m_oClient.SequenceReq("\x90\x1f\0", 3, &nID));
+    EXPECT_EQ(0, m_oClient.SequenceReq("\5", 1, nullptr));
+    EXPECT_EQ(0, m_oClient.WriteDigital(0x0A0B0C0D));
+    EXPECT_EQ(CTexts(4, "8 " + UNIT + "SEQUENCE REQ requested to 127.0.0.1"), oTraces.Take());
+    for (const char* pRequest :
+         {"08 00 14 03 02 00 90 1f 00 9a", "08 00 14 03 03 00 90 1f 00 9b", "08 00 14 03 04 00 90 1f 00 9c",
+          "06 00 14 03 05 00 05 17", "09 00 41 03 06 00 0d 0c 0b 0a 44"})
+        EXPECT_EQ(pRequest, m_oPeer.TakeRequest());
+    for (const auto& [nID, pData] : {std::pair(3, "00 33"), std::pair(2, "00 22"), std::pair(4, "00 44")})
+        m_oPeer.Send(Telegram(0x8314, nID, Hex(pData)));
+    SBuffer oBuffer;
+    for (const int i : {2, 0, 1})
+        EXPECT_EQ(0, m_oClient.SequenceGetCnf(anIDs[i], oBuffer.acBytes + i, 6));
+    EXPECT_EQ("22 33 44 ee ee ee", oBuffer.Get());
+}
+
+TEST_F(SPITest, SequenceGetCnfTracesItsFailures)
+{
+    CQuorvelClientSPI oHasty(120);
+    SBuffer oBuffer;
+    CTraceRecorder oTraces;
+    const auto fnCollect = [&] { EXPECT_EQ(0x00040000, oHasty.SequenceGetCnf(9, oBuffer.acBytes, 5)); };
+    EXPECT_GE(Milliseconds(fnCollect), 120);
+    EXPECT_EQ(CTexts{"16 " + UNIT + "TCP/IP timeout occured: 0x40000"}, oTraces.Take());
+    m_oPeer.Send(Hex("06 00 14 83 09 00 00 9f")); // its arrival is traced twice
+    EXPECT_EQ(0x000A0000, m_oClient.SequenceGetCnf(9, oBuffer.acBytes, 5));
+    EXPECT_EQ("16 " + UNIT + "Quorvel TCP/IP telegram has invalid CRC: 0xa0000", oTraces.Take().at(2));
+    m_oPeer.Send(Hex("06 00 03 83 09 00 00 89"));
+    EXPECT_EQ(0x000B0000, m_oClient.SequenceGetCnf(9, oBuffer.acBytes, 5));
+    EXPECT_EQ("16 " + UNIT + "Quorvel TCP/IP telegram is not confirmed by partner: 0xb0000",
+              oTraces.Take().at(2));
+    EXPECT_EQ(UNTOUCHED, oBuffer.Get());
+    m_oPeer.Send(Hex("06 00 14 83 09 00 31 af"));
+    EXPECT_EQ(0x0331, m_oClient.SequenceGetCnf(9, oBuffer.acBytes, 5));
+    EXPECT_EQ(2U, oTraces.Take().size());
+}
+
+TEST(SPIAddressTest, OffsetsAndSlaveAddresses)
+{
+    const char* const apOffsets[] = {"", "78", "56 78", "34 56 78", "f2 34 56 78", ""};
+    for (int i = 0; i < 6; ++i) {
+        const auto eFormat = static_cast<CQuorvelClientSPI::EOffsetFormat>(i);
+        EXPECT_EQ(apOffsets[i], ToHex(CQuorvelClientSPI::ToOffset(0xF2345678, eFormat)));
+    }
+    const std::tuple<unsigned short, unsigned int, unsigned int, unsigned int> aoCases[] = {
+        // chip, offset, format; the address
+        {5, 0xFFFF, 0x008, 0xAA},  {0xF, 0, 0x010, 0xAE},        {5, 0x1FF, 0x108, 0xA6},
+        {3, 0x100, 0x208, 0xAA},   {7, 0x500, 0x308, 0xAA},      {0, 0x10000, 0x111, 0xA2},
+        {0, 0x70000, 0x3FF, 0xAE}, {1, 0xFFFFFFFF, 0x100, 0xA4}, {6, 0xFFFFFFFF, 0x408, 0xAC}};
+    for (const auto& [nChip, nOffset, nFormat, nAddress] : aoCases)
+        EXPECT_EQ(nAddress, CQuorvelClientSPI::GetEEPROMSlaveAddress(nChip, nOffset, nFormat)) << nFormat;
+}
