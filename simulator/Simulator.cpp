@@ -2,8 +2,14 @@
 
 #include "SimGatewayAD.h"
 #include "SimGatewayDIO.h"
+#include "SimGatewayFirmware.h"
 #include "SimGatewayI2C.h"
+#include "SimGatewayRenesas.h"
 #include "SimGatewaySPI.h"
+#include "SimGatewayTestBox.h"
+#include "SimGatewayTestCOM.h"
+
+#include "QuorvelErrorMsg.h"
 
 #include <utility>
 
@@ -16,6 +22,12 @@ CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned sho
     Add<CSimGatewaySPI>();
     Add<CSimGatewayDIO>();
     Add<CSimGatewayAD>();
+    Add<CSimGatewayRenesas>();
+    Add<CSimGatewayTestBox>(eDeviceTestSystemIO);
+    Add<CSimGatewayTestBox>(eDeviceTestSystemPWR);
+    Add<CSimGatewayTestCOM>();
+    Add<CSimGatewayTestBox>(eDeviceTestSystemRelay);
+    Add<CSimGatewayFirmware>();
 }
 
 CSimulator::~CSimulator()
@@ -63,10 +75,10 @@ std::vector<CSimulator::SKind> CSimulator::ListKinds() const
     return aoKinds;
 }
 
-template<class TGateway>
-TGateway& CSimulator::Add()
+template<class TGateway, class... TArguments>
+TGateway& CSimulator::Add(TArguments... arguments)
 {
-    auto pGateway = std::make_unique<TGateway>();
+    auto pGateway = std::make_unique<TGateway>(arguments...);
     TGateway& oGateway = *pGateway;
     m_aoGateways.push_back(std::move(pGateway));
     return oGateway;
@@ -74,7 +86,9 @@ TGateway& CSimulator::Add()
 
 unsigned short CSimulator::Port(int nKind) const
 {
-    return m_nPortBase == 0
-               ? static_cast<unsigned short>(0)
-               : static_cast<unsigned short>(m_nPortBase + static_cast<unsigned>(nKind) + 100 * m_nPortIndex);
+    if (m_nPortBase == 0)
+        return 0;
+    const unsigned nOffset =
+        nKind == 0 ? 100 : static_cast<unsigned>(nKind); // the firmware service is at 5099
+    return static_cast<unsigned short>(m_nPortBase + nOffset + 100 * m_nPortIndex);
 }

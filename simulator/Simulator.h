@@ -29,8 +29,8 @@ class CSimulator
     /**
      * @param strAddress where to listen, within 127.0.0.0/8
      * @param nPortIndex 0 to 99
-     * @param nPortBase a gateway listens on nPortBase + kind + 100 * nPortIndex; with 0 on a port that the
-     * system chooses
+     * @param nPortBase a gateway listens on nPortBase + kind + 100 * nPortIndex (the firmware service, kind 0, as
+     * if its kind were 100); with 0 on a port that the system chooses
      */
     explicit CSimulator(std::string strAddress = "127.0.0.1", unsigned nPortIndex = 0,
                         unsigned short nPortBase = 4999);
@@ -43,15 +43,15 @@ class CSimulator
     /// The gateway of a kind, null when there is none; the simulator owns it.
     CSimGateway* GetGateway(int nKind) const;
     CSimGatewayI2C& GetI2C() const { return m_oI2C; }
-    /// All gateways in the order of their kinds.
+    /// All gateways in the order of their ports.
     const std::vector<std::unique_ptr<CSimGateway>>& GetGateways() const { return m_aoGateways; }
     /// What there is and at which port.
     std::vector<SKind> ListKinds() const;
 
   private:
     unsigned short Port(int nKind) const;
-    template<class TGateway>
-    TGateway& Add();
+    template<class TGateway, class... TArguments>
+    TGateway& Add(TArguments... arguments);
 
     std::string m_strAddress;
     unsigned m_nPortIndex;

@@ -2,7 +2,12 @@
 
 #include "QuorvelClientCANDll.h"
 #include "QuorvelClientI2C.h"
+#include "QuorvelClientRenesas.h"
 #include "QuorvelClientSPI.h"
+#include "QuorvelClientTestSystemCOM.h"
+#include "QuorvelClientTestSystemIO.h"
+#include "QuorvelClientTestSystemPWR.h"
+#include "QuorvelClientTestSystemRelay.h"
 #include "Trace.h"
 #include "support/ZelTools.h"
 
@@ -36,6 +41,16 @@ std::unique_ptr<CQuorvelClient> CreateClient(unsigned char nDeviceType, int nHan
         return std::make_unique<CQuorvelClientCANDll>(nHandle, nTimeout);
     case eDeviceSPI:
         return std::make_unique<CQuorvelClientSPI>(nTimeout);
+    case eDeviceRenesas:
+        return std::make_unique<CQuorvelClientRenesas>(nTimeout);
+    case eDeviceTestSystemIO:
+        return std::make_unique<CQuorvelClientTestSystemIO>(nTimeout);
+    case eDeviceTestSystemPWR:
+        return std::make_unique<CQuorvelClientTestSystemPWR>(nTimeout);
+    case eDeviceTestSystemCOM:
+        return std::make_unique<CQuorvelClientTestSystemCOM>(nTimeout);
+    case eDeviceTestSystemRelay:
+        return std::make_unique<CQuorvelClientTestSystemRelay>(nTimeout);
     default:
         return nullptr;
     }

@@ -502,7 +502,9 @@ TEST(SimulatorProgram, ServesUntilItIsTold)
         CProgram oProgram({"--address", strAddress, "--port-index", "98", "--verbose", "--fault", "5:drop@1",
                            "--fault", "DIO:refuse=2", "--max-connections", "3", "--i2c-memories", "24c16"});
         EXPECT_EQ(oProgram.Line(),
-                  "quorvel-sim 1.0.0 ready on " + strAddress + ": I2C=14800 SPI=14802 DIO=14804 AD=14806");
+                  "quorvel-sim 1.0.0 ready on " + strAddress +
+                      ": I2C=14800 SPI=14802 DIO=14804 AD=14806 Renesas=14808 IO=14810 PWR=14811 COM=14812 "
+                      "Relay=14816 Firmware=14899");
         {
             const CClient oClient(strAddress, 14804);
             oClient.Send(Bytes("05 00 40 05 01 00 44 05 00 40 05 02 00 47"));
@@ -531,7 +533,9 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
     } aoRows[] = {
         {{"--version"}, "quorvel-sim 1.0.0\n", "", 0},
         {{"--list", "--port-index", "1"},
-         "kind 1  I2C  port 5100\nkind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n",
+         "kind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n"
+         "kind 9  Renesas  port 5108\nkind 11  IO  port 5110\nkind 12  PWR  port 5111\n"
+         "kind 13  COM  port 5112\nkind 17  Relay  port 5116\nkind 0  Firmware  port 5199\n",
          "",
          0},
         {{"--address", "0.0.0.0"}, "", "'0.0.0.0' is not within 127.0.0.0/8", 2},

@@ -1,0 +1,146 @@
+// Maintenance of a gateway: requests, decoding, and new firmware for a simulated one.
+
+#include "ConnectedTest.h"
+#include "QuorvelClientFirmware.h"
+#include "SimGatewayFirmware.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using FirmwareTest = CConnectedTest<CQuorvelClientFirmware, 0x0000>;
+using SInfo = CQuorvelClientFirmware::SQuorvelDeviceInfoEx;
+
+const std::string UNIT = "4 source/QuorvelClientFirmware: OP_FIRM_";
+
+// A failed EEPROM command has bit 8 set, a successful one has not.
+int WithoutBit8(int nRC)
+{
+    EXPECT_EQ(nRC != 0, (nRC & 0x0100) != 0);
+    return nRC & ~0x0100;
+}
+
+} // namespace
+
+TEST_F(FirmwareTest, RequestsAndResults)
+{
+    char acBuffer[2048] = {};
+    unsigned short nRead = 0;
+    unsigned int nLen = 0;
+    int nSize = 0;
+    auto& o = m_oClient;
+    Check([&] { return o.GetEEPromInfo(nSize); }, "05 00 e0 00 02 00 e2", UNIT + "EEPROM_INFO_REQ");
+    Check([&] { return WithoutBit8(o.ReadEEProm(0x12345, acBuffer, 16, nRead)); },
+          "0b 00 e1 00 02 00 00 00 23 45 10 00 95", UNIT + "EEPROM_READ_REQ", ",Offset=74565");
+    Check([&] { return WithoutBit8(o.WriteEEProm(0x12345, "abc", 3)); },
+          "0c 00 e2 00 02 00 00 00 23 45 61 62 63 e6", UNIT + "EEPROM_WRITE_REQ", ",Offset=74565");
+    Check([&] { return o.ClearFlash(); }, "05 00 e3 00 02 00 e1", UNIT + "FLASH_CLEAR_REQ");
+    Check([&] { return o.ReadFlash(0xABCD, acBuffer, nLen); }, "07 00 e4 00 02 00 cd ab 80",
+          UNIT + "FLASH_READ_REQ", ",Block=0xabcd");
+    const std::string strBlock(2048, 'f');
+    Check([&] { return o.WriteFlash(0xABCD, strBlock.data()); },
+          ToHex(Telegram(0x00E5, 2, "\xCD\xAB" + strBlock)).c_str(), UNIT + "FLASH_WRITE_REQ",
+          ",block=0xabcd");
+    Check([&] { return o.Restart(); }, "05 00 e7 00 02 00 e5", UNIT + "RESET_REQ");
+    int nOther = 5;
+    EXPECT_EQ(0, o.Open(nSize, nOther));
+    EXPECT_EQ(5, nOther);
+    m_oPeer.Confirm("02");
+    EXPECT_EQ(2, o.ClearFlash());
+    EXPECT_EQ("05 00 e3 00 01 00 e2", m_oPeer.TakeRequest()); // ids start at 1
+    m_oPeer.Confirm("20");
+    EXPECT_EQ(0x0120, o.WriteEEProm(0, "x", 1));
+    o.Close();
+    EXPECT_EQ(0x00030100, o.ReadEEProm(0, acBuffer, 1, nRead));
+    std::string strOffsets;
+    for (const unsigned int nFormat : {0x0010U, 0x0110U, 0x0300U, 0x001FU, 0x0020U, 0x0120U})
+        strOffsets += CQuorvelClientFirmware::ToOffset(0xF1012345, nFormat);
+    EXPECT_EQ("00 00 23 45 00 01 23 45 00 00 00 05 71 01 23 45 00 00 00 00 00 00 00 01", ToHex(strOffsets));
+}
+
+TEST_F(FirmwareTest, Decodes)
+{
+    for (const auto& [pConfirmation, nExpected] : {std::pair("00 aa bb 11 22 33 44 55", 0x44332211),
+                                                   {"00 aa bb 11 22", 0x7EEE2211},
+                                                   {"00 aa bb", 0x7EEEEEEE},
+                                                   {"02 aa bb 11 22 33 44", 0x7EEEEEEE}}) {
+        int nSize = 0x7EEEEEEE;
+        m_oPeer.Confirm(pConfirmation);
+        m_oClient.GetEEPromInfo(nSize);
+        EXPECT_EQ(nExpected, nSize) << pConfirmation;
+    }
+    const std::tuple<std::string, unsigned int, const char*, unsigned int> aoCases[] = {
+        // confirmation; read from the EEPROM, of 3 bytes; length read from the flash
+        {Hex("00 11 22"), 2, "11 22 ee ee", 2},
+        {Hex("00 11 22 33 44"), 3, "11 22 33 ee", 4},
+        {std::string(1, '\0') + std::string(2050, '\x11'), 3, "11 11 11 ee", 2048},
+        {Hex("02 11 22"), 7, "ee ee ee ee", 0},
+    };
+    for (const auto& [strConfirmation, nRead, pBuffer, nLen] : aoCases) {
+        std::string strBuffer(4, '\xee');
+        std::string strBlock(2049, '\xee');
+        unsigned short nReadNow = 7;
+        unsigned int nLenNow = 7;
+        m_oPeer.Confirm(ToHex(strConfirmation));
+        m_oPeer.Confirm(ToHex(strConfirmation));
+        m_oClient.ReadEEProm(0, strBuffer.data(), 3, nReadNow);
+        m_oClient.ReadFlash(0, strBlock.data(), nLenNow);
+        EXPECT_EQ(nRead, nReadNow);
+        EXPECT_EQ(pBuffer, ToHex(strBuffer));
+        EXPECT_EQ(nLen, nLenNow);
+        EXPECT_EQ(strConfirmation.substr(1, nLen) + std::string(2049 - nLen, '\xee'), strBlock);
+    }
+}
+
+TEST_F(FirmwareTest, DeviceInformation)
+{
+    const std::string strRest(244, '\x5A');
+    SInfo oInfo{1, 2, 3, {}};
+    m_oPeer.Confirm("02");
+    EXPECT_EQ(0x0102, m_oClient.GetInfo(oInfo));
+    EXPECT_EQ(1U, oInfo.nSerialNumber);
+    EXPECT_EQ("0b 00 e1 00 02 00 00 00 00 00 00 01 e2", m_oPeer.TakeRequest());
+    m_oPeer.Confirm("00 12 34 56 78 80 02 00 15 00 0a ff ff " + ToHex(strRest));
+    EXPECT_EQ(0, m_oClient.GetInfo(oInfo));
+    EXPECT_EQ(0x12345678U, oInfo.nSerialNumber);
+    EXPECT_EQ(0x80020015U, oInfo.nHWVersion);
+    EXPECT_EQ("KTV-GW 2.21, 10.65535", oInfo.GetHWVersionString() + ", " + oInfo.GetSWVersionString());
+    m_oPeer.TakeRequest();
+    m_oPeer.Confirm("00");
+    EXPECT_EQ(0, m_oClient.SetInfo(oInfo));
+    EXPECT_EQ(0x12345678U, oInfo.nSerialNumber);
+    EXPECT_EQ(ToHex(Telegram(0x00E2, 4, Hex("00 00 00 00 12 34 56 78 80 02 00 15 00 0a ff ff") + strRest)),
+              m_oPeer.TakeRequest());
+    m_oPeer.Confirm("00 00 00 00 01 00 03 00 04"); // fewer than 256 bytes: the rest is zero
+    EXPECT_EQ(0, m_oClient.GetInfo(oInfo));
+    EXPECT_EQ("3.4", oInfo.GetHWVersionString());
+    EXPECT_EQ(0U, oInfo.nSWVersion);
+    EXPECT_EQ('\0', oInfo.acReserved[243]);
+}
+
+TEST(FirmwareRunTest, NewFirmwareForASimulatedGateway)
+{
+    CSimGatewayFirmware oGateway;
+    std::string strError;
+    ASSERT_TRUE(oGateway.Start(OwnAddress(), 5099, &strError)) << strError;
+    CQuorvelClientFirmware oClient(5000);
+    ASSERT_EQ(0, oClient.Connect(OwnAddress().c_str(), 0, 1, true)); // the kind's own port
+    int nSize = 0;
+    SInfo oInfo{};
+    EXPECT_EQ(0, oClient.GetEEPromInfo(nSize) | oClient.GetInfo(oInfo));
+    EXPECT_EQ(65536, nSize);
+    EXPECT_EQ("KTV-GW 1.2, 1.0", oInfo.GetHWVersionString() + ", " + oInfo.GetSWVersionString());
+    const std::string strImage = std::string(2048, 'a') + std::string(2048, 'b');
+    EXPECT_EQ(0xFF, oClient.WriteFlash(1, strImage.data()));
+    EXPECT_EQ(0, oClient.ClearFlash() | oClient.WriteFlash(0, strImage.data()) |
+                     oClient.WriteFlash(1, strImage.data() + 2048));
+    EXPECT_EQ(strImage + "\xFF", oGateway.PeekFlash(0, 4097));
+    oInfo.nSWVersion = 0x00020003;
+    EXPECT_EQ(0, oClient.SetInfo(oInfo) | oClient.Restart());
+    EXPECT_EQ("00 00 03 e9 80 01 00 02 00 02 00 03 00", ToHex(oGateway.PeekEEPROM(0, 13)));
+    EXPECT_TRUE(WaitUntil([&] { return oClient.GetConnectState() == 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return oClient.Connect(OwnAddress().c_str(), 5099, 1, true) == 0; }));
+    EXPECT_EQ(0, oClient.GetInfo(oInfo));
+    EXPECT_EQ("2.3", oInfo.GetSWVersionString());
+}
