@@ -1,6 +1,7 @@
 #include "Simulator.h"
 
 #include "SimGatewayAD.h"
+#include "SimGatewayCAN.h"
 #include "SimGatewayDIO.h"
 #include "SimGatewaySPI.h"
 
@@ -9,6 +10,7 @@
 CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned short nPortBase)
     : m_strAddress(std::move(strAddress)), m_nPortIndex(nPortIndex), m_nPortBase(nPortBase)
 {
+    m_aoGateways.push_back(std::make_unique<CSimGatewayCAN>());
     m_aoGateways.push_back(std::make_unique<CSimGatewaySPI>());
     m_aoGateways.push_back(std::make_unique<CSimGatewayDIO>());
     m_aoGateways.push_back(std::make_unique<CSimGatewayAD>());
