@@ -17,6 +17,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <memory_resource>
 #include <string>
 
 /**
@@ -332,13 +333,15 @@ class QUORVEL_API CQuorvelClient
      */
     static void TraceFailure(int nRC, const char* pUnit, unsigned int nLine);
 
-    CConnection m_oConnection;                     ///< the connection
-    unsigned int m_nTimeout;                       ///< milliseconds
-    std::map<short, CMessageItem*> m_aoMessageMap; ///< confirmations not yet collected; owns the items
-    CZelMutex m_oMutexMessageMap;                  ///< guards m_aoMessageMap and m_oOldestTime
-    std::atomic<short> m_nMsgID;                   ///< id of the next request
-    EQuorvelDevice m_eDeviceType;                  ///< device kind
-    CZelEvent m_oEventMsg;                         ///< signalled whenever a confirmation has been stored
+    CConnection m_oConnection;                             ///< the connection
+    unsigned int m_nTimeout;                               ///< milliseconds
+    std::pmr::unsynchronized_pool_resource m_oMessagePool; ///< memory of m_aoMessageMap, kept close together
+    /** Confirmations not yet collected, by telegram id; owns the items. */
+    std::pmr::map<short, CMessageItem*> m_aoMessageMap{&m_oMessagePool};
+    CZelMutex m_oMutexMessageMap; ///< guards m_aoMessageMap and m_oOldestTime
+    std::atomic<short> m_nMsgID;  ///< id of the next request
+    EQuorvelDevice m_eDeviceType; ///< device kind
+    CZelEvent m_oEventMsg;        ///< signalled whenever a confirmation has been stored
 
   private:
     CZelLocalTime m_oOldestTime; // no stored confirmation is older

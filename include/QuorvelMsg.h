@@ -33,6 +33,14 @@ class QUORVEL_API CQuorvelMsg
     /** Builds a telegram; see SetMessage with the same arguments. */
     CQuorvelMsg(unsigned short nCmdCode, short nMsgID, const char* pData, unsigned short nDataLen);
 
+    /**
+     * Builds a telegram from data that it takes over instead of copying it.
+     * @param nCmdCode command code
+     * @param nMsgID   telegram id
+     * @param strData  data bytes
+     */
+    CQuorvelMsg(unsigned short nCmdCode, short nMsgID, std::string&& strData);
+
     /** Parses received bytes; see SetMessage with the same arguments. IsValid tells the outcome. */
     CQuorvelMsg(const char* pBuffer, unsigned short nBufferLen);
 
@@ -87,7 +95,10 @@ class QUORVEL_API CQuorvelMsg
     /** @return true when the check byte is right */
     bool IsCRCValid() const { return ComputeCRC() == m_nCRC; }
 
-    /** @return the bytes for the wire, with length and check byte as they are stored */
+    /** @return the six bytes before the data: length as it is stored, command code, telegram id */
+    std::string GetHeader() const;
+
+    /** @return the bytes for the wire: header, data, check byte as it is stored */
     std::string GetMessageData() const;
 
     /** @name Numbers to bytes, little-endian: 2, 4 or 8 bytes */
@@ -111,6 +122,9 @@ class QUORVEL_API CQuorvelMsg
     ///@}
 
   protected:
+    /** Stores everything but the data, which is there already. */
+    void Seal(unsigned short nCmdCode, short nMsgID);
+
     std::string m_strData;     ///< data bytes
     unsigned short m_nLength;  ///< length field
     unsigned short m_nCmdCode; ///< command code

@@ -125,7 +125,7 @@ class CSimGateway
      * @param nCmdCode the whole command code; bit 15 clear
      * @param nID telegram id
      * @param strData at most SSimTelegram::nMaxData bytes
-     * @param nConnection the connection to send it on; 0: all
+     * @param nConnection the connection to send it on; 0: all that are served
      * @param nDelayMs sent so much later
      * @param nExcept a connection to leave out
      * @return whether a connection took it; one whose client leaves megabytes unread does not

@@ -3,17 +3,21 @@
 #include "SimGatewayAD.h"
 #include "SimGatewayCAN.h"
 #include "SimGatewayDIO.h"
+#include "SimGatewayI2C.h"
 #include "SimGatewaySPI.h"
 
 #include <utility>
 
 CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned short nPortBase)
-    : m_strAddress(std::move(strAddress)), m_nPortIndex(nPortIndex), m_nPortBase(nPortBase)
+    : m_strAddress(std::move(strAddress)),
+      m_nPortIndex(nPortIndex),
+      m_nPortBase(nPortBase),
+      m_oI2C(Add<CSimGatewayI2C>())
 {
-    m_aoGateways.push_back(std::make_unique<CSimGatewayCAN>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewaySPI>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayDIO>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayAD>());
+    Add<CSimGatewayCAN>();
+    Add<CSimGatewaySPI>();
+    Add<CSimGatewayDIO>();
+    Add<CSimGatewayAD>();
 }
 
 CSimulator::~CSimulator()
@@ -59,6 +63,15 @@ std::vector<CSimulator::SKind> CSimulator::ListKinds() const
         aoKinds.push_back({pGateway->GetKind(), pGateway->GetName(),
                            pGateway->GetPort() != 0 ? pGateway->GetPort() : Port(pGateway->GetKind())});
     return aoKinds;
+}
+
+template<class TGateway>
+TGateway& CSimulator::Add()
+{
+    auto pGateway = std::make_unique<TGateway>();
+    TGateway& oGateway = *pGateway;
+    m_aoGateways.push_back(std::move(pGateway));
+    return oGateway;
 }
 
 unsigned short CSimulator::Port(int nKind) const

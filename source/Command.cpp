@@ -2,7 +2,7 @@
 
 #include "Trace.h"
 
-#include <algorithm>
+#include <utility>
 
 CCommand::CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLevel, const char* pText,
                    unsigned int nLine)
@@ -14,19 +14,17 @@ CCommand::CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLe
     }
 }
 
-CQuorvelMsg CCommand::Request(unsigned short nCmdCode, const std::string& strData)
+CQuorvelMsg CCommand::Request(unsigned short nCmdCode, std::string&& strData)
 {
     if (m_oText)
         Trace(m_nLevel, m_pUnit, m_oText->str(), m_nLine);
-    // Data beyond 65535 bytes is cut here and refused when it is sent: such a telegram is too long anyway.
-    const std::size_t nLen = std::min<std::size_t>(strData.size(), 0xFFFF);
-    return {nCmdCode, m_oClient.TakeMsgID(), strData.data(), static_cast<unsigned short>(nLen)};
+    return {nCmdCode, m_oClient.TakeMsgID(), std::move(strData)};
 }
 
-int CCommand::Exchange(unsigned short nCmdCode, const std::string& strData, const unsigned int* pTimeout)
+int CCommand::Exchange(unsigned short nCmdCode, std::string strData, const unsigned int* pTimeout)
 {
     CQuorvelMsg* pCnf = nullptr;
-    const int nRC = m_oClient.SendMsg(Request(nCmdCode, strData), pCnf, pTimeout);
+    const int nRC = m_oClient.SendMsg(Request(nCmdCode, std::move(strData)), pCnf, pTimeout);
     return Take(nRC, pCnf);
 }
 
@@ -43,9 +41,9 @@ int CCommand::Take(int nRC, CQuorvelMsg* pCnf)
     return m_bConfirmed ? m_oClient.GetCnfRetCode(*pCnf) : nRC;
 }
 
-int CCommand::Send(unsigned short nCmdCode, const std::string& strData, short& nID)
+int CCommand::Send(unsigned short nCmdCode, std::string strData, short& nID)
 {
-    const CQuorvelMsg oReq = Request(nCmdCode, strData);
+    const CQuorvelMsg oReq = Request(nCmdCode, std::move(strData));
     nID = oReq.GetMsgID();
     return m_oClient.SendMsg(oReq);
 }

@@ -37,11 +37,11 @@ class CCommand
     }
 
     // Sends the request and waits. The result is the exchange's, or else what the confirmation says.
-    int Exchange(unsigned short nCmdCode, const std::string& strData = {},
+    int Exchange(unsigned short nCmdCode, std::string strData = {},
                  const unsigned int* pTimeout = nullptr);
 
     // Sends the request and does not wait.
-    int Send(unsigned short nCmdCode, const std::string& strData, short& nID);
+    int Send(unsigned short nCmdCode, std::string strData, short& nID);
 
     // Waits for the confirmation of a request sent before.
     int Collect(unsigned short nCmdCode, short nID, unsigned int nLine = __builtin_LINE());
@@ -53,7 +53,7 @@ class CCommand
     CDataReader Data() const;
 
   private:
-    CQuorvelMsg Request(unsigned short nCmdCode, const std::string& strData);
+    CQuorvelMsg Request(unsigned short nCmdCode, std::string&& strData);
     int Take(int nRC, CQuorvelMsg* pCnf);
 
     CQuorvelClient& m_oClient;

@@ -13,7 +13,6 @@ namespace
 
 constexpr const char* UNIT = "source/QuorvelClient";
 constexpr unsigned char LEVEL_TRAFFIC = 16;
-constexpr std::size_t MAX_TELEGRAM = 65535;
 
 std::string Dump(const std::string& strBytes)
 {
@@ -114,14 +113,12 @@ short CQuorvelClient::TakeMsgID()
 
 int CQuorvelClient::SendMsg(const CQuorvelMsg& oMsg)
 {
-    const std::string strBytes = oMsg.GetMessageData();
+    const std::string strHeader = oMsg.GetHeader();
+    const char cCRC = static_cast<char>(oMsg.GetCRC());
     const int nRC = ConvertTCPRetCode(
-        strBytes.size() > MAX_TELEGRAM
-            ? CZelIPBase::eSocketError
-            : m_oConnection.DataReq(strBytes.data(), static_cast<unsigned short>(strBytes.size()),
-                                    m_nTimeout));
+        m_oConnection.DataReq({strHeader, oMsg.GetData(), std::string_view(&cCRC, 1)}, m_nTimeout));
     Trace(LEVEL_TRAFFIC, UNIT, [&] { return "data sended RC=" + std::to_string(nRC); });
-    Trace(LEVEL_TRAFFIC, UNIT, [&] { return Dump(strBytes); });
+    Trace(LEVEL_TRAFFIC, UNIT, [&] { return Dump(oMsg.GetMessageData()); });
     return nRC;
 }
 
@@ -369,5 +366,5 @@ int CQuorvelClient::WriteAnalog(const unsigned int* pValues, unsigned short nCou
     std::string strData;
     for (unsigned int i = 0; pValues != nullptr && i < nCount; ++i)
         strData += CQuorvelMsg::ToChar(pValues[i]);
-    return oCommand.Exchange(Code(m_eDeviceType, 0x43), strData);
+    return oCommand.Exchange(Code(m_eDeviceType, 0x43), std::move(strData));
 }

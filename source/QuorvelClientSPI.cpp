@@ -4,6 +4,7 @@
 #include "SPICommands.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace
 {
@@ -57,7 +58,7 @@ int NSPICommands::DataReq(CQuorvelClient& oClient, const char* pBufWrite, unsign
         strData.assign(pBufWrite, nBufWriteLen);
     if (strData.size() < nBufReadLen)
         strData.resize(nBufReadLen); // zeros, so that the gateway clocks as many bytes as are to be read
-    const int nRC = oCommand.Exchange(0x0303, strData);
+    const int nRC = oCommand.Exchange(0x0303, std::move(strData));
     if (oCommand.IsConfirmed())
         oCommand.Data().Copy(1, pBufRead, CopyLength(oCommand.Data(), 1, nBufReadLen));
     return nRC;

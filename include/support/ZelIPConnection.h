@@ -8,8 +8,10 @@
 #include "../QuorvelExport.h"
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 
 /** Names shared by the kinds of connection. */
 class QUORVEL_API CZelIPBase
@@ -121,6 +123,14 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
      * @return eSuccess, eSocketError, eNotConnected or eTimeout
      */
     int DataReq(const char* pData, unsigned short nLen, unsigned int nTimeout);
+
+    /**
+     * The same for a telegram given in pieces, which saves putting a large one together.
+     * @param aoPieces the pieces, at most 8
+     * @param nTimeout milliseconds
+     * @return as above; eSocketError, and nothing is sent, for more than 65535 bytes in all
+     */
+    int DataReq(std::initializer_list<std::string_view> aoPieces, unsigned int nTimeout);
 
     /**
      * Keep-alive probes: a peer that vanished without a word is noticed within about this time, even when

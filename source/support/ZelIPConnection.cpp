@@ -6,6 +6,7 @@
 #include "support/ZelTime.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -21,6 +22,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 // One TCP connection's life: its socket and the thread that reads it. It outlives the CZelIPConnection when
@@ -129,6 +131,22 @@ int Connect(int nSocket, const addrinfo& oAddress, const CZelDeadline& oDeadline
     if (nError == ETIMEDOUT)
         return CZelIPBase::eTimeout;
     return nError == 0 ? CZelIPBase::eSuccess : CZelIPBase::eSocketError;
+}
+
+// Takes what was sent off the front of a message.
+void Advance(msghdr& oMessage, std::size_t nSent)
+{
+    while (oMessage.msg_iovlen > 0) {
+        iovec& oFirst = *oMessage.msg_iov;
+        const std::size_t nNow = std::min(nSent, oFirst.iov_len);
+        oFirst.iov_base = static_cast<char*>(oFirst.iov_base) + nNow;
+        oFirst.iov_len -= nNow;
+        nSent -= nNow;
+        if (oFirst.iov_len > 0)
+            return;
+        ++oMessage.msg_iov;
+        --oMessage.msg_iovlen;
+    }
 }
 
 } // namespace
@@ -270,6 +288,23 @@ int CZelIPConnection::DisconnectReq(unsigned int nTimeout)
 
 int CZelIPConnection::DataReq(const char* pData, unsigned short nLen, unsigned int nTimeout)
 {
+    return DataReq({std::string_view(pData, nLen)}, nTimeout);
+}
+
+int CZelIPConnection::DataReq(std::initializer_list<std::string_view> aoPieces, unsigned int nTimeout)
+{
+    std::array<iovec, 8> aoVectors{};
+    std::size_t nVectors = 0;
+    std::size_t nLen = 0;
+    for (const std::string_view strPiece : aoPieces) {
+        if (nVectors == aoVectors.size())
+            return eSocketError;
+        aoVectors[nVectors++] = {const_cast<char*>(strPiece.data()), strPiece.size()}; // sendmsg only reads
+        nLen += strPiece.size();
+    }
+    if (nLen > MAX_TELEGRAM)
+        return eSocketError;
+
     std::shared_ptr<SReception> pReception;
     {
         const std::lock_guard oLock(m_pState->m_oMutex);
@@ -282,12 +317,15 @@ int CZelIPConnection::DataReq(const char* pData, unsigned short nLen, unsigned i
         return eTimeout;
 
     int nResult = pReception->m_nSocket >= 0 ? eSuccess : eNotConnected;
+    msghdr oMessage{};
+    oMessage.msg_iov = aoVectors.data();
+    oMessage.msg_iovlen = nVectors;
     std::size_t nSent = 0;
     while (nResult == eSuccess && nSent < nLen) {
-        const ssize_t nNow =
-            send(pReception->m_nSocket, pData + nSent, nLen - nSent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t nNow = sendmsg(pReception->m_nSocket, &oMessage, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (nNow >= 0) {
             nSent += static_cast<std::size_t>(nNow);
+            Advance(oMessage, static_cast<std::size_t>(nNow));
         } else if (errno == EAGAIN) {
             if (WaitForSocket(pReception->m_nSocket, POLLOUT, oDeadline))
                 continue;
@@ -403,8 +441,10 @@ void CZelIPConnection::CutTelegrams(CZelIPConnection& oConnection, SReception& o
             }
             nPos += nTotal;
         }
-        nHave -= nPos;
-        std::memmove(pBuffer.get(), pBuffer.get() + nPos, nHave);
+        if (nPos > 0) {
+            nHave -= nPos;
+            std::memmove(pBuffer.get(), pBuffer.get() + nPos, nHave);
+        }
     }
 }
 
