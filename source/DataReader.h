@@ -16,7 +16,10 @@ class CDataReader
 
     std::size_t GetLength() const { return m_strData.size(); }
 
-    unsigned char Byte(std::size_t nOffset) const { return static_cast<unsigned char>(Word(nOffset)); }
+    unsigned char Byte(std::size_t nOffset) const
+    {
+        return nOffset < m_strData.size() ? static_cast<unsigned char>(m_strData[nOffset]) : 0;
+    }
     unsigned short Word(std::size_t nOffset) const { return Number<unsigned short>(nOffset); }
     unsigned int DWord(std::size_t nOffset) const { return Number<unsigned int>(nOffset); }
 
@@ -31,6 +34,13 @@ class CDataReader
         std::memset(static_cast<char*>(pTo) + nHave, 0, nCount - nHave);
     }
 
+    // How many of the bytes from an offset on go to a caller's buffer. In 16 bits: a confirmation without data
+    // counts as a full one, whose missing bytes are zeros.
+    unsigned short CopyLength(std::size_t nOffset, unsigned short nBufLen) const
+    {
+        return std::min(static_cast<unsigned short>(m_strData.size() - nOffset), nBufLen);
+    }
+
     // Everything from an offset on.
     std::string Rest(std::size_t nOffset) const
     {
@@ -41,10 +51,9 @@ class CDataReader
     template<class T>
     T Number(std::size_t nOffset) const
     {
-        char acBytes[sizeof(T)];
-        Copy(nOffset, acBytes, sizeof acBytes);
         T nValue = 0;
-        CQuorvelMsg::FromChar(nValue, acBytes);
+        for (std::size_t i = sizeof(T); i-- > 0;)
+            nValue = static_cast<T>((nValue << 8) | Byte(nOffset + i));
         return nValue;
     }
 

@@ -13,13 +13,6 @@ constexpr const char* UNIT = "source/QuorvelClientSPI";
 constexpr unsigned short CODE_SEQUENCE = 0x0314;
 constexpr const char* TEXT_SEQUENCE = "SEQUENCE REQ requested to ";
 
-// How many of the data bytes after the first nSkip go to a caller's buffer. In 16 bits: a confirmation
-// without data counts as a full one, whose missing bytes are zeros.
-unsigned short CopyLength(const CDataReader& oData, unsigned int nSkip, unsigned short nBufLen)
-{
-    return std::min(static_cast<unsigned short>(oData.GetLength() - nSkip), nBufLen);
-}
-
 } // namespace
 
 int NSPICommands::SetGlobals(CQuorvelClient& oClient, unsigned int nBaudrate, unsigned char nSigLevel,
@@ -60,7 +53,7 @@ int NSPICommands::DataReq(CQuorvelClient& oClient, const char* pBufWrite, unsign
         strData.resize(nBufReadLen); // zeros, so that the gateway clocks as many bytes as are to be read
     const int nRC = oCommand.Exchange(0x0303, std::move(strData));
     if (oCommand.IsConfirmed())
-        oCommand.Data().Copy(1, pBufRead, CopyLength(oCommand.Data(), 1, nBufReadLen));
+        oCommand.Data().Copy(1, pBufRead, oCommand.Data().CopyLength(1, nBufReadLen));
     return nRC;
 }
 
@@ -81,7 +74,7 @@ int NSPICommands::SequenceGetCnf(CQuorvelClient& oClient, short nID, char* pBufR
     CCommand oCommand(oClient, UNIT);
     const int nRC = oCommand.Collect(CODE_SEQUENCE, nID);
     if (oCommand.IsConfirmed())
-        oCommand.Data().Copy(1, pBufRead, CopyLength(oCommand.Data(), 1, nBufReadLen));
+        oCommand.Data().Copy(1, pBufRead, oCommand.Data().CopyLength(1, nBufReadLen));
     return nRC;
 }
 
@@ -125,7 +118,7 @@ int CQuorvelClientSPI::SequenceReq(const char* pSequence, unsigned short nLen, c
     const int nRC = oCommand.Exchange(CODE_SEQUENCE, ToData(pSequence, nLen));
     // From byte 0 on, the result byte included, unlike every other command: existing applications rely on it.
     if (oCommand.IsConfirmed())
-        oCommand.Data().Copy(0, pBufRead, CopyLength(oCommand.Data(), 0, nBufReadLen));
+        oCommand.Data().Copy(0, pBufRead, oCommand.Data().CopyLength(0, nBufReadLen));
     return nRC;
 }
 
