@@ -352,7 +352,7 @@ SSimAnswer CSimGatewayCAN::Write(const SSimRequest& oRequest)
 /// Transmits a frame as the operating mode says.
 std::shared_ptr<SCanTransmission> CSimGatewayCAN::Send(unsigned nTag, SCanFrame oFrame)
 {
-    const auto pTransmission = std::make_shared<SCanTransmission>();
+    auto pTransmission = std::make_shared<SCanTransmission>();
     pTransmission->oFrame = std::move(oFrame);
     pTransmission->nTag = nTag;
     if (m_nOperatingMode != eLoopBack) {
@@ -530,31 +530,31 @@ bool CSimGatewayCAN::Passes(const SCanFrame& oFrame) const
 /// The CANopen indication for a frame; false when there is none for it.
 bool CSimGatewayCAN::Describe(const SCanFrame& oFrame, unsigned char& nCommand, std::string& strData) const
 {
-    if (oFrame.nFlags != 0)
-        return false;
     const unsigned nNode = oFrame.nID & 0x7F;
     const unsigned nService = oFrame.nID >> 7;
-    const char cNode = static_cast<char>(nNode);
-    if (nService == 1 && nNode == 0) {
+    const bool bSync = oFrame.nID == 0x80;
+    if (oFrame.nFlags != 0 || (nNode == 0 && !bSync))
+        return false;
+    strData += static_cast<char>(nNode);
+    if (bSync) {
         nCommand = eSync;
         strData = oFrame.strData.substr(0, 1);
         strData.resize(1);
-    } else if (nNode == 0) {
-        return false;
     } else if (nService == 1) {
         nCommand = eEmcy;
-        strData = cNode + oFrame.strData;
+        strData += oFrame.strData;
         strData.resize(9);
     } else if (nService >= 3 && nService <= 10) {
         nCommand = ePdo;
         const bool bToNode = nService % 2 == 0;
-        const unsigned nType = bToNode ? (nService / 2 - 1) | eOtherDirection : nService / 2;
-        strData = {cNode, static_cast<char>(nType), static_cast<char>(oFrame.strData.size())};
+        strData += static_cast<char>(bToNode ? (nService / 2 - 1) | eOtherDirection : nService / 2);
+        strData += static_cast<char>(oFrame.strData.size());
         strData += oFrame.strData;
     } else if (nService == 14 && !oFrame.strData.empty()) {
         nCommand = eGuard;
-        strData = {cNode, oFrame.strData[0]};
+        strData += oFrame.strData[0];
     } else {
+        strData.clear();
         return false;
     }
     return true;

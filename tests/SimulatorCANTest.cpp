@@ -86,7 +86,7 @@ unsigned Number(const std::string& strHex, std::size_t nPos)
 
 } // namespace
 
-TEST(SimulatorCAN, FramesReachAllOthers)
+TEST(SimulatorCANTest, FramesReachAllOthers)
 {
     CStarted<CSimGatewayCAN> oGateway;
     COnBus oSecond(oGateway);
@@ -122,7 +122,7 @@ TEST(SimulatorCAN, FramesReachAllOthers)
     EXPECT_EQ(oUnconfirmed.Do(0x06, ""), "00 00 00");
 }
 
-TEST(SimulatorCAN, GlobalsDecideWhoHearsWhom)
+TEST(SimulatorCANTest, GlobalsDecideWhoHearsWhom)
 {
     CStarted<CSimGatewayCAN> oGateway;
     CCanClient oClient(oGateway);
@@ -171,7 +171,7 @@ TEST(SimulatorCAN, GlobalsDecideWhoHearsWhom)
     EXPECT_EQ(oAgain.Do({{0x08, ""}, {0x61, ""}}), "00 00 20 A1 07 00 00 01 00; 00 00");
 }
 
-TEST(SimulatorCAN, Filters)
+TEST(SimulatorCANTest, Filters)
 {
     CStarted<CSimGatewayCAN> oGateway;
     COnBus oSecond(oGateway);
@@ -191,7 +191,7 @@ TEST(SimulatorCAN, Filters)
     EXPECT_EQ(oClient.Next(), "0203 10 01 00 00 00");
 }
 
-TEST(SimulatorCAN, ClockPowerAndCard)
+TEST(SimulatorCANTest, ClockPowerAndCard)
 {
     CStarted<CSimGatewayCAN> oGateway;
     CCanClient oClient(oGateway), oOther(oGateway);
@@ -224,7 +224,7 @@ TEST(SimulatorCAN, ClockPowerAndCard)
     EXPECT_EQ(oClient.Do(0x30, ""), "FF");
 }
 
-TEST(SimulatorCAN, BusErrors)
+TEST(SimulatorCANTest, BusErrors)
 {
     CStarted<CSimGatewayCAN> oGateway;
     CCanClient oClient(oGateway), oOther(oGateway);
@@ -253,7 +253,7 @@ TEST(SimulatorCAN, BusErrors)
     EXPECT_EQ(oClient.Confirmation(0x03), "21");
 }
 
-TEST(SimulatorCAN, CanOpenServicesAreFrames)
+TEST(SimulatorCANTest, CanOpenServicesAreFrames)
 {
     CStarted<CSimGatewayCAN> oGateway;
     COnBus oPlain(oGateway);
@@ -299,8 +299,8 @@ TEST(SimulatorCAN, CanOpenServicesAreFrames)
         EXPECT_EQ(oOther.Next(), oRow.pIndication);
     }
     // The periodic SYNC goes to all clients and ends with the mode.
-    EXPECT_EQ(oMaster.Do(0x62, "64 00"), "00");
     const auto oStart = TClock::now();
+    EXPECT_EQ(oMaster.Do(0x62, "64 00"), "00");
     EXPECT_EQ(oWire.Next(3), "0203 80 00 00 00 00; 0203 80 00 00 00 00; 0203 80 00 00 00 00");
     EXPECT_GE(TClock::now() - oStart, 250ms);
     EXPECT_EQ(oMaster.Next(2), "0264 00; 0264 00");
@@ -311,7 +311,7 @@ TEST(SimulatorCAN, CanOpenServicesAreFrames)
     EXPECT_EQ(oGateway.GetBus()->GetFrameCount(), nFrames + 2);
 }
 
-TEST(SimulatorCAN, NodeObeysAndTells)
+TEST(SimulatorCANTest, NodeObeysAndTells)
 {
     CStarted<CSimGatewayCAN> oGateway;
     COnBus oPlain(oGateway);
@@ -362,19 +362,24 @@ TEST(SimulatorCAN, NodeObeysAndTells)
     EXPECT_EQ(oMaster.Do(0x63, "01 02"), "00");
     oNode.SendEmergency(0x1000, 1);
     oNode.SetInputs(8);
-    EXPECT_EQ(Events(1), "026C 01 04");
+    std::string strNext;
+    while ((strNext = Events(1)) == "026C 01 05")
+        continue;
+    EXPECT_EQ(strNext, "026C 01 04");
     EXPECT_EQ(oMaster.Do(0x68, "01 00 10 00 01 00"), "FC 05 00 00 04 05");
     // Power off and on: silent, then as at the start.
     oNode.SetPower(false);
     oNode.SetPower(true);
-    EXPECT_TRUE(Within([&] { return oMaster.Next() == "026C 01 00"; }));
+    while ((strNext = Events(1)) == "026C 01 04")
+        continue;
+    EXPECT_EQ(strNext, "026C 01 00");
     EXPECT_EQ(oMaster.Do({{0x68, "01 17 10 00 F4 01"}, {0x68, "01 01 21 00 F4 01"}}),
               "00 00 00 00; 00 00 00 00 00 00");
     EXPECT_EQ(oMaster.Do(0x63, "01 80"), "00");
     EXPECT_EQ(oNode.GetState(), CCanOpenNode::ePreOperational);
 }
 
-TEST(SimulatorCAN, ObjectsThroughTheMaster)
+TEST(SimulatorCANTest, ObjectsThroughTheMaster)
 {
     CStarted<CSimGatewayCAN> oGateway;
     CCanOpenNode& oNode = *oGateway.GetNode();
@@ -441,7 +446,7 @@ TEST(SimulatorCAN, ObjectsThroughTheMaster)
     EXPECT_EQ(oMaster.Do(0x68, "01 00 10 00 01 00"), "FC 05 00 00 04 05");
 }
 
-TEST(SimulatorCAN, MasterAgainstANodeMadeOfFrames)
+TEST(SimulatorCANTest, MasterAgainstANodeMadeOfFrames)
 {
     CStarted<CSimGatewayCAN> oGateway;
     COnBus oPlain(oGateway);
@@ -538,7 +543,7 @@ class CObjects : public CSdoObjects
 
 } // namespace
 
-TEST(SdoServer, SegmentsAndBlocksGoneWrong)
+TEST(SimulatorCANTest, SdoServerSegmentsAndBlocksGoneWrong)
 {
     CObjects oObjects;
     CSdoServer oServer(oObjects);
@@ -612,7 +617,7 @@ TEST(SdoServer, SegmentsAndBlocksGoneWrong)
     EXPECT_EQ(Ask("E0 00 00 00 00 00 00 00"), strUnknown);
 }
 
-TEST(SimulatorCAN, ManyFramesFromManyThreads)
+TEST(SimulatorCANTest, ManyFramesFromManyThreads)
 {
     CStarted<CSimGatewayCAN> oGateway;
     COnBus oSecond(oGateway), oThird(oGateway);
