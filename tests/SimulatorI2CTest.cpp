@@ -52,6 +52,7 @@ TEST(SimulatorI2CTest, TransfersAndSettings)
     // The position of what was refused: a register that there is not, a third byte for one of two.
     EXPECT_EQ(oI2C.Ask(0x0111, "90 00 04 00"), "20 01 00");
     EXPECT_EQ(oI2C.Ask(0x0111, "90 00 03 51 80 00"), "20 04 00");
+    EXPECT_EQ(oI2C.Ask(0x0111, "90 00 01 00 00"), "20 03 00");
 
     // Too short, too long, and more than an answer holds.
     const struct {
@@ -81,14 +82,17 @@ TEST(SimulatorI2CTest, TransfersAndSettings)
     EXPECT_EQ(oI2C.Ask(0x0104, ""), "00");
     EXPECT_EQ(oI2C.Ask(0x0112, "A0 00 02 00 00 00 20 01 00"), "00 41");
 
-    // A restart: bus settings as after power-on, memory contents stay.
+    // A restart: bus settings as after power-on, memory contents stay, nothing is busy.
+    oI2C->GetMemory(0xA0)->SetBusyTime(1h);
+    EXPECT_EQ(oI2C.Ask(0x0113, "A0 00 02 00 00 00 20 44"), "00");
+    oI2C->SetClockHeld(true);
     EXPECT_EQ(oI2C.Ask(0x010C, ""), "00");
     EXPECT_EQ(oI2C.m_oClient.ReceiveAll(), "");
     std::string strClock;
     EXPECT_TRUE(Within([&] {
         CClient oAgain(oI2C.m_oGateway);
         return oAgain.IsConnected() && (strClock = oAgain.Ask(0x0108, "")) == "00 A0 86 01 00" &&
-               oAgain.Ask(0x0112, Bytes("A0 00 02 00 00 00 20 01 00")) == "00 41";
+               oAgain.Ask(0x0112, Bytes("A0 00 02 00 00 00 20 02 00")) == "00 44 42";
     })) << strClock;
 }
 
@@ -107,15 +111,17 @@ TEST(SimulatorI2CTest, RawOperationsAndTransfersShareTheBus)
 
     // Nothing is stored before the stop condition, which may come from another connection.
     oI2C.Ask(0x0115, "");
-    EXPECT_EQ(Send("A0 00 10 41 42"), "0000000000");
+    EXPECT_EQ(Send("A0 00 10 41 42 43"), "000000000000");
     EXPECT_EQ(Hex(oI2C->GetMemory(0xA0)->Peek(0x10, 2)), "FF FF");
     EXPECT_EQ(oOther.Ask(0x0118, ""), "00");
-    EXPECT_EQ(oI2C.Ask(0x0112, "A0 00 02 00 00 00 10 03 00"), "00 41 42 FF");
+    EXPECT_EQ(oI2C.Ask(0x0112, "A0 00 02 00 00 00 10 03 00"), "00 41 42 43");
     // A repeated start, or a reset, forgets the data.
-    for (const unsigned nCode : {0x0115U, 0x0104U}) {
+    for (const auto& [nCode, pNext] :
+         {std::pair(0x0115U, ""), std::pair(0x0115U, "A0"), std::pair(0x0104U, "A0")}) {
         oI2C.Ask(0x0115, "");
         EXPECT_EQ(Send("A0 00 10 77"), "00000000");
         oI2C.Ask(nCode, "");
+        Send(pNext);
         oI2C.Ask(0x0118, "");
     }
     // Set the offset, repeated start, read: flag bit 0 acknowledges; after a byte that is not, nobody sends.
@@ -152,6 +158,7 @@ TEST(SimulatorI2CTest, Sequences)
     const char* const pGood = " A2 00 02 00 08 44";
     for (const char* pBad : {" A3 00 02", " A2 00 02 00 08", " A3 00 02 00"})
         EXPECT_EQ(oI2C.Ask(0x0114, std::string("01 00") + pGood + pBad), "FF 01 00") << pBad;
+    EXPECT_EQ(oI2C.Ask(0x0114, "01 00 A3 00 01 00 A3 00 01 00"), "FF 01 00");
     EXPECT_EQ(oI2C.Ask(0x0114, std::string("F6 FF") + pGood), "FF 00 00");
     EXPECT_EQ(oI2C->GetMemory(0xA2)->Peek(8, 1), "C");
 }
@@ -238,18 +245,19 @@ TEST(SimulatorI2CTest, MemoriesAreBusyWhileTheyWrite)
         EXPECT_EQ(oI2C.Ask(nCode, strHex), pAnswer) << strHex;
         return TClock::now() - oStart;
     };
-    // Three pages: twice waited for between them, with polling also at the end.
+    // Three pages: twice waited for between them, with polling also at the end, each time for up to 50 ms.
     std::string strLong;
     for (int i = 0; i < 130; i++)
         strLong += " 41";
     pMemory->SetBusyTime(20ms);
     EXPECT_GE(Duration(0x0113, "A0 00 02 00 00 00 3F" + strLong, "00"), 40ms);
     pMemory->PowerCycle();
-    EXPECT_GE(Duration(0x0119, "A0 00 F4 01 02 00 00 00 3F" + strLong, "00"), 60ms);
+    EXPECT_GE(Duration(0x0119, "A0 00 32 00 02 00 00 00 3F" + strLong, "00"), 60ms);
     EXPECT_EQ(Hex(pMemory->Peek(0x3E, 2) + pMemory->Peek(0xC0, 2)), "FF 41 41 FF");
 
     // While it is busy nothing but polling helps, and only while it lasts.
     pMemory->SetBusyTime(1h);
+    EXPECT_EQ(oI2C.Ask(0x0111, "A0 00 00 00"), "00 00 00"); // an offset alone does not make it busy
     EXPECT_EQ(oI2C.Ask(0x0113, "A0 00 02 00 00 00 00 42"), "00");
     EXPECT_EQ(oI2C.Ask(0x0113, "A0 00 02 00 00 00 01 42"), "20");
     EXPECT_EQ(oI2C.Ask(0x0111, "A0 00 00 01 42"), "20 00 00");
@@ -262,7 +270,7 @@ TEST(SimulatorI2CTest, MemoriesAreBusyWhileTheyWrite)
     // Others are served meanwhile.
     CClient oOther(oI2C.m_oGateway);
     oI2C.m_oClient.Request(0x0119, Bytes("A0 00 FF FF 02 00 00 00 01 43"));
-    EXPECT_TRUE(Within([&] { return oI2C->GetRequestCount() == 10; }));
+    EXPECT_TRUE(Within([&] { return oI2C->GetRequestCount() == 11; }));
     EXPECT_EQ(oOther.Ask(0x0112, Bytes("A2 00 01 00 00 00 00 01 00")), "00 FF");
     pMemory->SetBusyTime(0us);
     pMemory->PowerCycle();
@@ -281,15 +289,16 @@ TEST(SimulatorI2CTest, Thermometer)
         oSensor.SetTemperature(nTemperature);
         EXPECT_EQ(Read("02 00"), pBytes) << nTemperature;
     }
-    // Limits, configuration (read over and over), and the temperature, which cannot be written.
-    EXPECT_EQ(oI2C.Ask(0x0114, "08 00 90 00 01 00 02 91 00 02 00 90 00 03 00 03 51 80 91 00 02 00 "
-                               "90 00 02 00 01 01 91 00 03 00 90 00 01 00 00"),
-              "00 00 00 4B 00 51 80 01 01 01");
+    oSensor.SetTemperature(30); // what it measures when it is shut down
+    // Configuration (read over and over), limits, and the temperature, which cannot be written.
+    EXPECT_EQ(oI2C.Ask(0x0114, "07 00 90 00 02 00 01 01 91 00 03 00 90 00 01 00 02 91 00 02 00 "
+                               "90 00 03 00 03 51 80 91 00 02 00 90 00 01 00 00"),
+              "00 00 00 01 01 01 4B 00 51 80");
     EXPECT_EQ(oI2C.Ask(0x0111, "90 00 00 10"), "20 02 00");
     // Shut down it keeps what it measured last; then it moves around 25 degrees.
-    EXPECT_EQ(Read("02 00"), "00 7D 00");
+    EXPECT_EQ(Read("02 00"), "00 1E 00");
     oSensor.SetTemperature(std::nullopt);
-    EXPECT_EQ(Read("02 00"), "00 7D 00");
+    EXPECT_EQ(Read("02 00"), "00 1E 00");
     EXPECT_EQ(oI2C.Ask(0x0114, "00 00 90 00 02 00 01 00 90 00 01 00 00"), "00 00 00");
     const std::string strFirst = Read("02 00");
     EXPECT_GE(strFirst, "00 17 00");
