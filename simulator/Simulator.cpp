@@ -1,6 +1,7 @@
 #include "Simulator.h"
 
 #include "SimGatewayAD.h"
+#include "SimGatewayCAN.h"
 #include "SimGatewayDIO.h"
 #include "SimGatewayFirmware.h"
 #include "SimGatewayI2C.h"
@@ -19,6 +20,7 @@ CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned sho
       m_nPortBase(nPortBase),
       m_oI2C(Add<CSimGatewayI2C>())
 {
+    Add<CSimGatewayCAN>();
     Add<CSimGatewaySPI>();
     Add<CSimGatewayDIO>();
     Add<CSimGatewayAD>();
