@@ -501,10 +501,10 @@ TEST(SimulatorProgram, ServesUntilItIsTold)
     for (const int nSignal : {SIGTERM, SIGINT}) {
         CProgram oProgram({"--address", strAddress, "--port-index", "98", "--verbose", "--fault", "5:drop@1",
                            "--fault", "DIO:refuse=2", "--max-connections", "3", "--i2c-memories", "24c16"});
-        EXPECT_EQ(oProgram.Line(),
-                  "quorvel-sim 1.0.0 ready on " + strAddress +
-                      ": I2C=14800 CAN=14801 SPI=14802 DIO=14804 AD=14806 Renesas=14808 IO=14810 PWR=14811 COM=14812 "
-                      "Relay=14816 Firmware=14899");
+        EXPECT_EQ(oProgram.Line(), "quorvel-sim 1.0.0 ready on " + strAddress +
+                                       ": I2C=14800 CAN=14801 SPI=14802 DIO=14804 AD=14806 Renesas=14808 "
+                                       "IO=14810 PWR=14811 COM=14812 "
+                                       "Relay=14816 Firmware=14899");
         {
             const CClient oClient(strAddress, 14804);
             oClient.Send(Bytes("05 00 40 05 01 00 44 05 00 40 05 02 00 47"));
@@ -533,7 +533,8 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
     } aoRows[] = {
         {{"--version"}, "quorvel-sim 1.0.0\n", "", 0},
         {{"--list", "--port-index", "1"},
-         "kind 1  I2C  port 5100\nkind 2  CAN  port 5101\nkind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n"
+         "kind 1  I2C  port 5100\nkind 2  CAN  port 5101\nkind 3  SPI  port 5102\nkind 5  DIO  port "
+         "5104\nkind 7  AD  port 5106\n"
          "kind 9  Renesas  port 5108\nkind 11  IO  port 5110\nkind 12  PWR  port 5111\n"
          "kind 13  COM  port 5112\nkind 17  Relay  port 5116\nkind 0  Firmware  port 5199\n",
          "",
