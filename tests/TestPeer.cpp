@@ -15,13 +15,20 @@ namespace
 
 constexpr auto PATIENCE = std::chrono::seconds(10);
 
-// Reads exactly nLen bytes behind strBytes.
-bool ReadMore(int nSocket, std::string& strBytes, std::size_t nLen)
+unsigned int Word(const std::string& strBytes, std::size_t i)
 {
-    const std::size_t nHave = strBytes.size();
-    strBytes.resize(nHave + nLen);
+    return static_cast<unsigned char>(strBytes[i]) + 256U * static_cast<unsigned char>(strBytes[i + 1]);
+}
+
+bool ReadTelegram(int nSocket, std::string& strTelegram)
+{
+    strTelegram.resize(2);
+    if (recv(nSocket, strTelegram.data(), 2, MSG_WAITALL) != 2)
+        return false;
+    const std::size_t nLen = Word(strTelegram, 0);
+    strTelegram.resize(2 + nLen);
     return nLen == 0 ||
-           recv(nSocket, strBytes.data() + nHave, nLen, MSG_WAITALL) == static_cast<ssize_t>(nLen);
+           recv(nSocket, strTelegram.data() + 2, nLen, MSG_WAITALL) == static_cast<ssize_t>(nLen);
 }
 
 void SendAll(int nSocket, const std::string& strBytes)
@@ -138,10 +145,7 @@ void CTestPeer::Serve()
             m_oChanged.notify_all();
         }
         std::string strRequest;
-        while (m_bRead && ReadMore(nClient, strRequest, 2) &&
-               ReadMore(nClient, strRequest,
-                        static_cast<unsigned char>(strRequest[0]) +
-                            256U * static_cast<unsigned char>(strRequest[1]))) {
+        while (m_bRead && ReadTelegram(nClient, strRequest)) {
             std::string strAnswer;
             {
                 const std::lock_guard oLock(m_oMutex);
@@ -149,17 +153,13 @@ void CTestPeer::Serve()
                 if (!m_aoPlan.empty()) {
                     const auto [bRaw, strBytes] = m_aoPlan.front();
                     m_aoPlan.pop_front();
-                    const auto fnByte = [&](std::size_t i) {
-                        return static_cast<unsigned int>(static_cast<unsigned char>(strRequest[i]));
-                    };
                     strAnswer = bRaw ? strBytes
-                                     : Telegram(fnByte(2) | ((fnByte(3) | 0x80) << 8),
-                                                static_cast<int>(fnByte(4) | (fnByte(5) << 8)), strBytes);
+                                     : Telegram(Word(strRequest, 2) | 0x8000,
+                                                static_cast<int>(Word(strRequest, 4)), strBytes);
                 }
                 m_oChanged.notify_all();
             }
             SendAll(nClient, strAnswer);
-            strRequest.clear();
         }
         std::unique_lock oLock(m_oMutex);
         if (!m_bRead)
