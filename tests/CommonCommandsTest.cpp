@@ -106,9 +106,8 @@ TEST_F(DIOTest, RequestsAndResults)
 
 TEST_F(ADTest, DigitalLines)
 {
-    unsigned int n = 0;
     CNumbers an{1, 2, 3};
-    Check([&] { return m_oClient.ReadDigital(n, n); }, "05 00 40 07 02 00 45", READ_DIGITAL);
+    Check([&] { return m_oClient.ReadDigital(an[0], an[1]); }, "05 00 40 07 02 00 45", READ_DIGITAL);
     Check([&] { return m_oClient.WriteDigital(0x80000001); }, "09 00 41 07 02 00 01 00 00 80 c5",
           WRITE_DIGITAL, ", OutputBits=0x80000001");
     m_oPeer.Confirm("21 ef cd ab 89 00 00 00 00");
