@@ -116,6 +116,9 @@ TEST_F(ADTest, DigitalLines)
     m_oPeer.Confirm("00 ef cd ab 89 00 00 00 00");
     EXPECT_EQ(0, m_oClient.ReadDigitalInput(an[0], an[1], an[2]));
     EXPECT_EQ((CNumbers{0xEF, 0xCD, 0xAB}), an);
+    m_oPeer.Confirm("00 01 00 00 00 02 00 00 00");
+    EXPECT_EQ(0, m_oClient.ReadDigital(an[0], an[1]));
+    EXPECT_EQ((CNumbers{1, 2, 0xAB}), an);
 }
 
 TEST_F(ADTest, ReadAppendsAllValuesAlsoThoseOfAnError)

@@ -34,7 +34,7 @@ TEST_F(SPITest, RequestsAndResults)
           "8 " + UNIT + "SEQUENCE REQ");
 }
 
-TEST_F(SPITest, GetGlobalsDecodes)
+TEST_F(SPITest, GetGlobalsAndReadDigitalDecode)
 {
     const std::tuple<const char*, int, CNumbers> aoCases[] = {
         {"00 20 a1 07 80 01 02", 0, {9, 8, 7, 6}}, // too short
@@ -42,12 +42,16 @@ TEST_F(SPITest, GetGlobalsDecodes)
         {"00 20 a1 07 80 01 02 f3", 0, {0x8007A120, 1, 2, 0xF3}},
     };
     unsigned int n = 9;
+    unsigned int nOutputs = 9;
     unsigned char anBytes[3] = {8, 7, 6};
     for (const auto& [pConfirmation, nRC, anExpected] : aoCases) {
         m_oPeer.Confirm(pConfirmation);
         EXPECT_EQ(nRC, m_oClient.GetGlobals(n, anBytes[0], anBytes[1], anBytes[2]));
         EXPECT_EQ(anExpected, (CNumbers{n, anBytes[0], anBytes[1], anBytes[2]}));
     }
+    m_oPeer.Confirm("00 01 00 00 00 02 00 00 00");
+    EXPECT_EQ(0, m_oClient.ReadDigital(n, nOutputs));
+    EXPECT_EQ((CNumbers{1, 2}), (CNumbers{n, nOutputs}));
 }
 
 // A synchronous sequence hands over the result byte too, the other reads do not.
