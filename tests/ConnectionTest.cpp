@@ -11,11 +11,11 @@
 namespace
 {
 
+using CTexts = std::vector<std::string>;
+
 constexpr unsigned int LONG = 5000; // milliseconds, never used up when all is well
 
-class CRecorder : public CZelIPConnection
-{
-  public:
+struct CRecorder : CZelIPConnection {
     ~CRecorder() override { DisconnectReq(0xFFFFFFFFU); }
 
     void ConnectInd(bool bConnected) override
@@ -44,13 +44,12 @@ class CRecorder : public CZelIPConnection
         return DataReq(strBytes.data(), static_cast<unsigned short>(strBytes.size()), nTimeout);
     }
 
-    std::string GetStates()
+    bool WaitForStates(const std::string& strStates)
     {
-        const std::lock_guard oLock(m_oMutex);
-        return m_strStates;
+        return WaitUntil([&] { return std::lock_guard(m_oMutex), m_strStates == strStates; });
     }
 
-    std::vector<std::string> GetTelegrams()
+    CTexts GetTelegrams()
     {
         const std::lock_guard oLock(m_oMutex);
         return m_astrTelegrams;
@@ -62,11 +61,9 @@ class CRecorder : public CZelIPConnection
     }
 
     std::function<void()> m_fnDataInd; // set before connecting
-
-  private:
     std::mutex m_oMutex;
     std::string m_strStates;
-    std::vector<std::string> m_astrTelegrams;
+    CTexts m_astrTelegrams;
 };
 
 // The telegram of that length field, filled with a byte.
@@ -80,56 +77,32 @@ std::string Block(std::size_t nLengthField, char cFill)
 
 TEST(ConnectionTest, TelegramsArriveWholeHoweverTheyAreCutOrJoined)
 {
-    CTestPeer oPeer;
-    CRecorder oConnection;
-    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
-    // Length fields that are no telegram's are passed on all the same.
-    const std::vector<std::string> astrSent = {Hex("05 00 09 83 02 00 88"), Hex("00 00"),
-                                               Hex("04 00 01 02 03 04"), Block(65533, 'x'),
-                                               Hex("05 00 01 02 03 04 05")};
-    std::string strStream;
-    for (const std::string& strTelegram : astrSent)
-        strStream += strTelegram;
-    oPeer.Send(strStream); // in one go
-    ASSERT_TRUE(oConnection.WaitForTelegrams(5));
-    const std::string strSmall = astrSent[0] + astrSent[1] + astrSent[2];
-    for (const char c : strSmall) // a byte at a time; the peer's socket does not wait for more
-        oPeer.Send(std::string(1, c));
-    ASSERT_TRUE(oConnection.WaitForTelegrams(8));
-
-    std::vector<std::string> astrExpected = astrSent;
-    astrExpected.insert(astrExpected.end(), astrSent.begin(), astrSent.begin() + 3);
-    EXPECT_EQ(oConnection.GetTelegrams(), astrExpected);
-}
-
-TEST(ConnectionTest, TelegramsThatAreTooLongAreSkippedAndTraced)
-{
     CTraceRecorder oTraces(16);
     CTestPeer oPeer;
     CRecorder oConnection;
     ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
-    oPeer.Send(Block(65534, 'a') + Block(3, 'b') + Block(65535, 'c') + Block(65533, 'd') + Block(4, 'e'));
-    ASSERT_TRUE(oConnection.WaitForTelegrams(3));
+    // Length fields that are no telegram's are passed on all the same.
+    const std::string strSmall = Hex("05 00 09 83 02 00 88 00 00 04 00 01 02 03 04");
+    oPeer.Send(strSmall + Block(65534, 'a') + Block(3, 'b') + Block(65535, 'c') + Block(65533, 'd'));
+    ASSERT_TRUE(oConnection.WaitForTelegrams(5));
+    for (const char c : strSmall) // a byte at a time; the peer's socket does not wait for more
+        oPeer.Send(std::string(1, c));
+    ASSERT_TRUE(oConnection.WaitForTelegrams(8));
+    const std::string astrSmall[] = {Hex("05 00 09 83 02 00 88"), Hex("00 00"), Hex("04 00 01 02 03 04")};
     EXPECT_EQ(oConnection.GetTelegrams(),
-              (std::vector<std::string>{Block(3, 'b'), Block(65533, 'd'), Block(4, 'e')}));
-    EXPECT_EQ(
-        oTraces.Take(),
-        (std::vector<std::string>{
-            "16 source/support/ZelIPConnection: telegram of 65536 bytes is too long and is discarded.",
-            "16 source/support/ZelIPConnection: telegram of 65537 bytes is too long and is discarded."}));
+              (CTexts{astrSmall[0], astrSmall[1], astrSmall[2], Block(3, 'b'), Block(65533, 'd'),
+                      astrSmall[0], astrSmall[1], astrSmall[2]}));
+    const std::string strTooLong = "16 source/support/ZelIPConnection: telegram of ";
+    EXPECT_EQ(oTraces.Take(), (CTexts{strTooLong + "65536 bytes is too long and is discarded.",
+                                      strTooLong + "65537 bytes is too long and is discarded."}));
 }
 
 TEST(ConnectionTest, ConnectingTellsFailuresApart)
 {
     CRecorder oConnection;
     EXPECT_EQ(oConnection.GetPartnerAddress(), "");
-    unsigned short nFreePort = 0;
-    {
-        const CTestPeer oPeer;
-        nFreePort = oPeer.GetPort();
-    }
-    EXPECT_EQ(oConnection.Connect(nFreePort), 2); // refused
-    EXPECT_EQ(oConnection.GetPartnerAddress(), "127.0.0.1");
+    EXPECT_EQ(oConnection.Connect(5002, LONG, "127.29.0.1"), 2); // refused
+    EXPECT_EQ(oConnection.GetPartnerAddress(), "127.29.0.1");
     EXPECT_EQ(oConnection.Connect(80, LONG, "no such host"), 2);
     EXPECT_EQ(oConnection.Connect(80, LONG, nullptr), 2);
     EXPECT_EQ(oConnection.GetState(), 0);
@@ -146,9 +119,7 @@ TEST(ConnectionTest, ConnectingToAnAddressThatDropsPacketsEndsOnTime)
     CTestPeer oPeer;
     oPeer.StopAnsweringAtAll();
     CRecorder oConnection;
-    int nRC = 0;
-    const long long nTime = Milliseconds([&] { nRC = oConnection.Connect(oPeer.GetPort(), 300); });
-    EXPECT_EQ(nRC, 4);
+    const long long nTime = Milliseconds([&] { EXPECT_EQ(oConnection.Connect(oPeer.GetPort(), 300), 4); });
     EXPECT_GE(nTime, 300);
     EXPECT_LT(nTime, 600);
     EXPECT_EQ(oConnection.GetState(), 0);
@@ -178,9 +149,8 @@ TEST(ConnectionTest, SendingToAPeerThatNeverReadsEndsOnTimeAndClosesTheConnectio
     EXPECT_GE(nTime, 250);
     EXPECT_LT(nTime, 550);
     // Part of a telegram is out, so the stream is over.
-    EXPECT_EQ(oConnection.GetState(), 0);
     EXPECT_EQ(oConnection.Send("xx", 250), 3);
-    EXPECT_TRUE(WaitUntil([&] { return oConnection.GetStates() == "+-"; }));
+    EXPECT_TRUE(oConnection.WaitForStates("+-"));
 }
 
 TEST(ConnectionTest, TelegramsOfManySendersDoNotMix)
@@ -210,17 +180,12 @@ TEST(ConnectionTest, LosingThePeerIsToldAndTheObjectConnectsAgain)
 {
     CTestPeer oPeer;
     CRecorder oConnection;
-    std::string strStates;
     for (const bool bReset : {false, true}) {
         ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
-        oPeer.Send(Hex("05 00 01 02 03 04 05") + Hex("10 00 01")); // the second one is never finished
-        ASSERT_TRUE(WaitUntil([&] { return !oConnection.GetTelegrams().empty(); }));
-        if (bReset)
-            oPeer.Reset();
-        else
-            oPeer.Close();
-        strStates += "+-";
-        EXPECT_TRUE(WaitUntil([&] { return oConnection.GetStates() == strStates; }));
+        oPeer.Send(Hex("05 00 01 02 03 04 05 10 00 01")); // the second one is never finished
+        ASSERT_TRUE(oConnection.WaitForTelegrams(bReset ? 2 : 1));
+        bReset ? oPeer.Reset() : oPeer.Close();
+        EXPECT_TRUE(oConnection.WaitForStates(bReset ? "+-+-" : "+-"));
         EXPECT_EQ(oConnection.GetState(), 0);
         EXPECT_EQ(oConnection.Send("xx"), 3);
     }
@@ -235,7 +200,7 @@ TEST(ConnectionTest, LosingThePeerIsToldAndTheObjectConnectsAgain)
     EXPECT_EQ(oConnection.DisconnectReq(LONG), 1);
     EXPECT_TRUE(oPeer.WaitForEndOfClient());
     EXPECT_EQ(oConnection.GetState(), 0);
-    EXPECT_EQ(oConnection.GetStates().find('-', 4), std::string::npos);
+    EXPECT_TRUE(oConnection.WaitForStates("+-+-++"));
 }
 
 TEST(ConnectionTest, KeepAliveNoticesAPeerThatVanished)
@@ -246,8 +211,7 @@ TEST(ConnectionTest, KeepAliveNoticesAPeerThatVanished)
     ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
     ASSERT_TRUE(oPeer.WaitForClient());
     oPeer.StopAnsweringAtAll();
-    const long long nTime =
-        Milliseconds([&] { EXPECT_TRUE(WaitUntil([&] { return oConnection.GetStates() == "+-"; })); });
+    const long long nTime = Milliseconds([&] { EXPECT_TRUE(oConnection.WaitForStates("+-")); });
     EXPECT_GT(nTime, 1000);
     EXPECT_LT(nTime, 3500);
 }
@@ -256,16 +220,13 @@ TEST(ConnectionTest, ClosingWithinAnIndicationEndsDelivery)
 {
     CTestPeer oPeer;
     CRecorder oConnection;
-    CZelEvent oClosed;
     oConnection.m_fnDataInd = [&] {
         EXPECT_TRUE(oConnection.IsReceiveThread());
         EXPECT_EQ(oConnection.DisconnectReq(LONG), 1);
         EXPECT_EQ(oConnection.GetState(), 0);
-        oClosed.Signal();
     };
     ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
     oPeer.Send(Block(5, 'a') + Block(5, 'b') + Block(5, 'c'));
-    ASSERT_TRUE(oClosed.Wait(LONG));
     EXPECT_TRUE(oPeer.WaitForEndOfClient());
     EXPECT_EQ(oConnection.DisconnectReq(LONG), 1); // the indication has returned
     EXPECT_EQ(oConnection.GetTelegrams().size(), 1U);
@@ -288,24 +249,20 @@ TEST(ConnectionTest, ClosingFromAnotherThreadWaitsForARunningIndicationAndNoLong
     CTestPeer oPeer;
     CZelEvent oRunning;
     CZelEvent oGoOn;
-    {
-        CRecorder oConnection;
-        oConnection.m_fnDataInd = [&] {
-            oRunning.Signal();
-            oGoOn.Wait(LONG);
-        };
-        ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
-        oPeer.Send(Block(5, 'a') + Block(5, 'b'));
-        ASSERT_TRUE(oRunning.Wait(LONG));
-        int nRC = 0;
-        const long long nTime = Milliseconds([&] { nRC = oConnection.DisconnectReq(200); });
-        EXPECT_EQ(nRC, 4);
-        EXPECT_GE(nTime, 200);
-        EXPECT_LT(nTime, 500);
-        EXPECT_TRUE(oPeer.WaitForEndOfClient()); // closed all the same
-        EXPECT_EQ(oConnection.GetState(), 0);
-        oGoOn.Signal();
-        EXPECT_EQ(oConnection.DisconnectReq(LONG), 1);
-        EXPECT_EQ(oConnection.GetTelegrams().size(), 1U);
-    }
+    CRecorder oConnection;
+    oConnection.m_fnDataInd = [&] {
+        oRunning.Signal();
+        oGoOn.Wait(LONG);
+    };
+    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    oPeer.Send(Block(5, 'a') + Block(5, 'b'));
+    ASSERT_TRUE(oRunning.Wait(LONG));
+    const long long nTime = Milliseconds([&] { EXPECT_EQ(oConnection.DisconnectReq(200), 4); });
+    EXPECT_GE(nTime, 200);
+    EXPECT_LT(nTime, 500);
+    EXPECT_TRUE(oPeer.WaitForEndOfClient()); // closed all the same
+    EXPECT_EQ(oConnection.GetState(), 0);
+    oGoOn.Signal();
+    EXPECT_EQ(oConnection.DisconnectReq(LONG), 1);
+    EXPECT_EQ(oConnection.GetTelegrams().size(), 1U);
 }

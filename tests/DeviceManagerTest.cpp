@@ -29,9 +29,7 @@ std::string HandleTrace(int nHandle, const char* pEnd)
 }
 
 // Traces its own end.
-class CMortal : public CQuorvelClient
-{
-  public:
+struct CMortal : CQuorvelClient {
     CMortal() : CQuorvelClient(eDeviceAD, 100) {}
     ~CMortal() override { CTraceServer::SendTraceMessage(1, 3, 0, 0, "client", "gone", 0); }
 };
@@ -43,13 +41,11 @@ TEST(DeviceManagerTest, OpeningEntersAConnectedClientUnderTheNextNumber)
     const std::string strAddress = OwnAddress();
     const int nFirst = UseUpHandles() + 1;
     CTestPeer aoPeers[] = {CTestPeer(strAddress, 5002), CTestPeer(strAddress, 14902)};
-    CTraceRecorder oTraces;
     for (const int i : {0, 1}) {
         int nHandle = -7;
         const auto nPortIndex = static_cast<unsigned char>(99 * i);
         ASSERT_EQ(0, CDeviceManager::OpenDevice(&nHandle, strAddress.c_str(), 300, 3, nPortIndex, 1, true));
         EXPECT_EQ(nFirst + i, nHandle);
-        EXPECT_EQ(CTexts{HandleTrace(nHandle, "allocted")}, oTraces.Take());
         const CDevice* const pDevice = CDeviceManager::GetDevice(nHandle);
         EXPECT_EQ(nHandle, pDevice->m_nHandle);
         EXPECT_EQ(i == 0 ? 5002 : 14902, pDevice->m_nPort);
@@ -61,13 +57,11 @@ TEST(DeviceManagerTest, OpeningEntersAConnectedClientUnderTheNextNumber)
         EXPECT_GE(nTaken, 300); // the time-out given
         EXPECT_LT(nTaken, 2000);
         EXPECT_EQ("05 00 0c 03 00 00 0f", aoPeers[i].TakeRequest()); // its Open has not been called
-        oTraces.Take();
     }
     EXPECT_EQ(0, CDeviceManager::CloseDevice(nFirst));
     EXPECT_TRUE(aoPeers[0].WaitForEndOfClient());
     EXPECT_EQ(nullptr, CDeviceManager::GetDevice(nFirst));
     EXPECT_EQ(0x00900000, CDeviceManager::CloseDevice(nFirst));
-    EXPECT_EQ(CTexts{HandleTrace(nFirst, "closed")}, oTraces.Take());
     CDeviceManager::CloseAllDevices();
     EXPECT_TRUE(aoPeers[1].WaitForEndOfClient());
 }
@@ -117,6 +111,4 @@ TEST(DeviceManagerTest, ClosingDestroysOwnedClientsInAscendingOrder)
     CDeviceManager::CloseAllDevices();
     EXPECT_EQ((CTexts{"1 client: gone", fnClosed(1), fnClosed(2), "1 client: gone", fnClosed(4)}),
               oTraces.Take());
-    CDeviceManager::CloseAllDevices();
-    EXPECT_EQ(CTexts{}, oTraces.Take());
 }

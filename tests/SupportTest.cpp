@@ -43,29 +43,24 @@ TEST(SupportTest, EventStaysSignalledAndLosesNoWakeUp)
     EXPECT_GE(nTime, 100);
     EXPECT_LT(nTime, 400);
     const unsigned int nCount = oEvent.GetSignalCount();
+    std::thread oWaiter([&] { EXPECT_TRUE(oEvent.Wait(0xFFFFFFFFU)); });
     oEvent.Signal();
-    EXPECT_TRUE(oEvent.Wait(0));
+    oWaiter.join();
     EXPECT_TRUE(oEvent.Wait(0));
     oEvent.Reset();
     EXPECT_FALSE(oEvent.Wait(0));
     EXPECT_TRUE(oEvent.WaitBeyond(nCount, 0)); // signalled since, whatever was reset
     EXPECT_FALSE(oEvent.WaitBeyond(oEvent.GetSignalCount(), 10));
-    std::thread oWaiter([&] { EXPECT_TRUE(oEvent.Wait(0xFFFFFFFFU)); });
-    oEvent.Signal();
-    oWaiter.join();
 }
 
 TEST(SupportTest, TimesAndDifferences)
 {
-    const CZelTimeDiff oDiff(1, 2, 3, 4, 5, 6, 7999);
-    EXPECT_EQ(oDiff.GetTotalMicroSeconds(), 93784005013LL);
-    EXPECT_EQ(oDiff.GetTotalMilliSeconds(), 93784005LL);
+    EXPECT_EQ(CZelTimeDiff(1, 2, 3, 4, 5, 6, 7999).GetTotalMicroSeconds(), 93784005013LL);
     EXPECT_EQ(CZelTimeDiff(0, 0, 0, 0, -1500, 0, 0).GetTotalMilliSeconds(), -1500);
 
     CZelUTCTime oTime(1000, 250);
     oTime.SubTime(0, 0, 0, 10, 0, 0, 0); // the fourth part is seconds
     EXPECT_EQ(oTime.GetSeconds(), 990);
-    EXPECT_EQ(oTime.GetMicroSeconds(), 250);
     oTime += CZelTimeDiff(0, 0, 0, 0, 2000, 0, 0);
     oTime.AddTime(0, 0, 1, 0, 0, 750, 0);
     EXPECT_EQ((oTime - CZelUTCTime(0, 0)).GetTotalMicroSeconds(), 1052001000);
@@ -73,28 +68,22 @@ TEST(SupportTest, TimesAndDifferences)
     EXPECT_EQ(CZelUTCTime(0, -1).GetSeconds(), -1);
     EXPECT_EQ(CZelUTCTime(0, -1).GetMicroSeconds(), 999999);
 
-    EXPECT_EQ(CZelLocalTime("01.01.1970").GetSeconds(), 0);
     EXPECT_EQ(CZelLocalTime("29.02.2024").GetSeconds(), 1709164800);
-    for (const char* const pText :
-         {"30.02.2024", "1970", "", "01.01.1970x", static_cast<const char*>(nullptr)})
+    for (const char* pText : {"30.02.2024", "1970", "", "01.01.2024x", static_cast<const char*>(nullptr)})
         EXPECT_EQ(CZelLocalTime(pText).GetSeconds(), 0);
     setenv("TZ", "XYZ-03:30", 1);
     tzset();
-    const long long nOffset =
-        (CZelLocalTime::CurrentLocalTime() - CZelUTCTime::CurrentUTCTime()).GetTotalMilliSeconds();
-    EXPECT_GT(nOffset, 12600000 - 1000);
-    EXPECT_LE(nOffset, 12600000);
+    const CZelTimeDiff oOffset = CZelLocalTime::CurrentLocalTime() - CZelUTCTime::CurrentUTCTime();
+    EXPECT_GT(oOffset.GetTotalMilliSeconds(), 12600000 - 1000);
+    EXPECT_LE(oOffset.GetTotalMilliSeconds(), 12600000);
 
     EXPECT_EQ(CZelDeadline(0xFFFFFFFFU).GetRemaining(), 0xFFFFFFFFU);
     EXPECT_TRUE(CZelDeadline(0).IsOver());
-    EXPECT_GT(CZelDeadline(100000).GetRemaining(), 99000U);
 }
 
 TEST(SupportTest, TextHelpers)
 {
     EXPECT_EQ(ZelMemDump("", 0), "");
-    EXPECT_EQ(ZelMemDump("\x05\x00\x09\x03*\x00 ", 7, 0xFFFFFFFFU, 0xFFFFFFFFU),
-              "0000: 05 00 09 03 2A 00 20                             ....*. ");
     EXPECT_EQ(ZelMemDump("ABCDEFGHIJKLMNOPQ\xFFz", 19, 18),
               "0000: 41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 50  ABCDEFGHIJKLMNOP\n"
               "0010: 51 FF                                            Q.");
@@ -105,7 +94,6 @@ TEST(SupportTest, TextHelpers)
     EXPECT_EQ(ZelStrTrim(std::string(" \t a b\r\n\0", 9)), "a b");
     EXPECT_EQ(ZelStrTrim(std::string("\0 ", 2)), "");
     EXPECT_EQ(ZelToString(-12), "-12");
-    EXPECT_EQ(ZelToString(0x40000, 16), "40000");
     EXPECT_EQ(ZelToString(0, 16), "0");
 }
 
@@ -117,9 +105,8 @@ TEST(SupportTest, FileStatus)
     EXPECT_TRUE(CZelFile::GetStatus(strName.c_str(), oStatus));
     EXPECT_EQ(oStatus.m_nSize, 5U);
     std::remove(strName.c_str());
-    EXPECT_FALSE(CZelFile::GetStatus(strName.c_str(), oStatus));
-    EXPECT_FALSE(CZelFile::GetStatus(testing::TempDir().c_str(), oStatus)); // a directory
-    EXPECT_FALSE(CZelFile::GetStatus(nullptr, oStatus));
+    for (const char* pName : {strName.c_str(), "/", static_cast<const char*>(nullptr)}) // "/": a directory
+        EXPECT_FALSE(CZelFile::GetStatus(pName, oStatus));
 }
 
 TEST(SupportTest, ThreadEndsWhenAsked)
@@ -148,10 +135,7 @@ TEST(SupportTest, ThreadEndsWhenAsked)
     EXPECT_TRUE(oWorker.Create());
     EXPECT_FALSE(oWorker.Create());
     EXPECT_TRUE(WaitUntil([&] { return oWorker.m_nRounds == 1; }));
-    EXPECT_LT(Milliseconds([&] {
-                  oWorker.Terminate();
-                  oWorker.WaitForEnd();
-              }),
-              5000);
+    oWorker.Terminate();
+    oWorker.WaitForEnd();
     EXPECT_EQ(oWorker.m_nRounds, 1);
 }

@@ -1,6 +1,5 @@
 #include "TestPeer.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -15,30 +14,26 @@ namespace
 
 constexpr auto PATIENCE = std::chrono::seconds(10);
 
-// Reads exactly nLen bytes behind strBytes.
-bool ReadMore(int nSocket, std::string& strBytes, std::size_t nLen)
+unsigned int Word(const std::string& strBytes, std::size_t i)
 {
-    const std::size_t nHave = strBytes.size();
-    strBytes.resize(nHave + nLen);
-    return nLen == 0 ||
-           recv(nSocket, strBytes.data() + nHave, nLen, MSG_WAITALL) == static_cast<ssize_t>(nLen);
+    return static_cast<unsigned char>(strBytes[i]) + 256U * static_cast<unsigned char>(strBytes[i + 1]);
 }
 
+bool ReadTelegram(int nSocket, std::string& strTelegram)
+{
+    strTelegram.resize(2);
+    if (recv(nSocket, strTelegram.data(), 2, MSG_WAITALL) != 2)
+        return false;
+    const std::size_t nLen = Word(strTelegram, 0);
+    strTelegram.resize(2 + nLen);
+    return nLen == 0 ||
+           recv(nSocket, strTelegram.data() + 2, nLen, MSG_WAITALL) == static_cast<ssize_t>(nLen);
+}
+
+// A blocking socket takes all, or the connection is over.
 void SendAll(int nSocket, const std::string& strBytes)
 {
-    for (std::size_t nSent = 0; nSent < strBytes.size();) {
-        const ssize_t nNow = send(nSocket, strBytes.data() + nSent, strBytes.size() - nSent, MSG_NOSIGNAL);
-        if (nNow <= 0)
-            return;
-        nSent += static_cast<std::size_t>(nNow);
-    }
-}
-
-void DropAllPackets(int nSocket)
-{
-    sock_filter oDropAll = BPF_STMT(BPF_RET | BPF_K, 0);
-    const sock_fprog oProgram{1, &oDropAll};
-    setsockopt(nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &oProgram, sizeof oProgram);
+    send(nSocket, strBytes.data(), strBytes.size(), MSG_NOSIGNAL);
 }
 
 } // namespace
@@ -67,8 +62,7 @@ std::string ToHex(const std::string& strBytes)
 std::string Telegram(unsigned int nCode, int nID, const std::string& strData)
 {
     std::string strBytes;
-    for (const unsigned int n :
-         {static_cast<unsigned int>(strData.size() + 5), nCode, static_cast<unsigned int>(nID)})
+    for (const std::size_t n : {strData.size() + 5, std::size_t{nCode}, static_cast<std::size_t>(nID)})
         strBytes.append({static_cast<char>(n & 0xFF), static_cast<char>((n >> 8) & 0xFF)});
     strBytes += strData;
     char cCheck = 0;
@@ -138,10 +132,7 @@ void CTestPeer::Serve()
             m_oChanged.notify_all();
         }
         std::string strRequest;
-        while (m_bRead && ReadMore(nClient, strRequest, 2) &&
-               ReadMore(nClient, strRequest,
-                        static_cast<unsigned char>(strRequest[0]) +
-                            256U * static_cast<unsigned char>(strRequest[1]))) {
+        while (m_bRead && ReadTelegram(nClient, strRequest)) {
             std::string strAnswer;
             {
                 const std::lock_guard oLock(m_oMutex);
@@ -149,17 +140,13 @@ void CTestPeer::Serve()
                 if (!m_aoPlan.empty()) {
                     const auto [bRaw, strBytes] = m_aoPlan.front();
                     m_aoPlan.pop_front();
-                    const auto fnByte = [&](std::size_t i) {
-                        return static_cast<unsigned int>(static_cast<unsigned char>(strRequest[i]));
-                    };
                     strAnswer = bRaw ? strBytes
-                                     : Telegram(fnByte(2) | ((fnByte(3) | 0x80) << 8),
-                                                static_cast<int>(fnByte(4) | (fnByte(5) << 8)), strBytes);
+                                     : Telegram(Word(strRequest, 2) | 0x8000,
+                                                static_cast<int>(Word(strRequest, 4)), strBytes);
                 }
                 m_oChanged.notify_all();
             }
             SendAll(nClient, strAnswer);
-            strRequest.clear();
         }
         std::unique_lock oLock(m_oMutex);
         if (!m_bRead)
@@ -211,11 +198,9 @@ bool CTestPeer::WaitForEndOfClient()
 void CTestPeer::Send(const std::string& strBytes)
 {
     WaitForClient();
-    int nClient = -1;
-    {
-        const std::lock_guard oLock(m_oMutex);
-        nClient = dup(m_nClient); // stays this connection's when the serving thread closes it meanwhile
-    }
+    std::unique_lock oLock(m_oMutex);
+    const int nClient = dup(m_nClient); // stays this connection's when the serving thread closes it meanwhile
+    oLock.unlock();
     SendAll(nClient, strBytes);
     close(nClient);
 }
@@ -239,9 +224,10 @@ void CTestPeer::Reset()
 void CTestPeer::StopAnsweringAtAll()
 {
     const std::lock_guard oLock(m_oMutex);
-    DropAllPackets(m_nListener);
-    if (m_nClient >= 0)
-        DropAllPackets(m_nClient);
+    sock_filter oDropAll = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog oProgram{1, &oDropAll};
+    for (const int nSocket : {m_nListener, m_nClient}) // without a client: without effect
+        setsockopt(nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &oProgram, sizeof oProgram);
 }
 
 CTraceRecorder::CTraceRecorder(unsigned char nLevelMask)

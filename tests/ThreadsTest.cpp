@@ -24,24 +24,41 @@ std::unique_ptr<CSimGatewaySPI> StartGateway(const char* pAddress, unsigned shor
     return pGateway;
 }
 
-// A client of indications 0x0377.
-class CListener : public CQuorvelClient
+// The same on many threads at a time.
+void OnThreads(unsigned int nCount, const std::function<void(unsigned int)>& fnRun)
 {
-  public:
+    std::vector<std::thread> aoThreads;
+    for (unsigned int i = 0; i < nCount; ++i)
+        aoThreads.emplace_back(fnRun, i);
+    for (std::thread& oThread : aoThreads)
+        oThread.join();
+}
+
+// The trace of an incoming telegram runs on the receive thread, like an application's callback.
+void OnIncomingTelegram(const std::function<void()>& fnRun)
+{
+    CTraceServer::SetSink(
+        [fnRun](const STraceMessage& oMessage) {
+            if (std::string(oMessage.pText) == "incoming telegram from parter")
+                fnRun();
+        },
+        16);
+}
+
+// A client of indications 0x0377.
+struct CListener : CQuorvelClient {
     CListener() : CQuorvelClient(eDeviceSPI, LONG) {}
     ~CListener() override { StopReception(); }
 
     bool DataIndRespond(CQuorvelMsg* pMsg) override
     {
         ++m_nSeen;
-        m_strLast = pMsg->GetData();
         if (m_fnRespond)
             m_fnRespond(pMsg->GetData());
         return false;
     }
 
     std::atomic<int> m_nSeen{0};
-    std::string m_strLast; // the receive thread's
     std::function<void(const std::string&)> m_fnRespond;
 };
 
@@ -54,19 +71,14 @@ TEST(ThreadsTest, OneHandleServesManyThreadsEachWithItsOwnAnswer)
         pGateway->GetFlash().Poke(i << 16, std::string(32, static_cast<char>('A' + i)));
     int nHandle = 0;
     ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.1.1", LONG), 0);
-    std::vector<std::thread> aoThreads;
-    for (unsigned int i = 0; i < 16; ++i) {
-        aoThreads.emplace_back([=] {
-            const char acRead[4] = {0x03, static_cast<char>(i), 0, 0}; // read flash at 64 KiB x i
-            for (int n = 0; n < 50; ++n) {
-                char acData[36] = {};
-                ASSERT_EQ(SPIDataReq(nHandle, acRead, 4, acData, 36), 0);
-                ASSERT_EQ(std::string(acData + 4, 32), std::string(32, static_cast<char>('A' + i)));
-            }
-        });
-    }
-    for (std::thread& oThread : aoThreads)
-        oThread.join();
+    OnThreads(16, [=](unsigned int i) {
+        const char acRead[4] = {0x03, static_cast<char>(i), 0, 0}; // read flash at 64 KiB x i
+        for (int n = 0; n < 50; ++n) {
+            char acData[36] = {};
+            ASSERT_EQ(SPIDataReq(nHandle, acRead, 4, acData, 36), 0);
+            ASSERT_EQ(std::string(acData + 4, 32), std::string(32, static_cast<char>('A' + i)));
+        }
+    });
     EXPECT_EQ(SPICloseDevice(nHandle), 0);
 }
 
@@ -102,22 +114,17 @@ TEST(ThreadsTest, OpeningAndClosingOnManyThreads)
     pGateway->SetMaxConnections(100);
     std::mutex oMutex;
     std::set<int> anHandles;
-    std::vector<std::thread> aoThreads;
-    for (int i = 0; i < 8; ++i) {
-        aoThreads.emplace_back([&] {
-            for (int n = 0; n < 15; ++n) {
-                int nHandle = 0;
-                ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.3.1", LONG), 0);
-                EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0);
-                EXPECT_EQ(SPICloseDevice(nHandle), 0);
-                EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0x00900000);
-                const std::lock_guard oLock(oMutex);
-                EXPECT_TRUE(anHandles.insert(nHandle).second) << "handle given twice";
-            }
-        });
-    }
-    for (std::thread& oThread : aoThreads)
-        oThread.join();
+    OnThreads(8, [&](unsigned int) {
+        for (int n = 0; n < 15; ++n) {
+            int nHandle = 0;
+            ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.3.1", LONG), 0);
+            EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0);
+            EXPECT_EQ(SPICloseDevice(nHandle), 0);
+            EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0x00900000);
+            const std::lock_guard oLock(oMutex);
+            EXPECT_TRUE(anHandles.insert(nHandle).second) << "handle given twice";
+        }
+    });
     EXPECT_EQ(anHandles.size(), 120U);
 }
 
@@ -147,15 +154,12 @@ TEST(ThreadsTest, ClosingAClientWithinItsIndication)
 {
     CTestPeer oPeer("127.31.5.1");
     CListener oClient;
-    CZelEvent oClosed;
     oClient.m_fnRespond = [&](const std::string& strData) {
         EXPECT_EQ(oClient.Close(), 0);
         EXPECT_EQ(strData, "first"); // still readable
-        oClosed.Signal();
     };
     ASSERT_EQ(oClient.Connect("127.31.5.1", oPeer.GetPort(), 1, true), 0);
     oPeer.Send(Telegram(0x0377, 0, "first") + Telegram(0x0377, 0, "second"));
-    ASSERT_TRUE(oClosed.Wait(LONG));
     EXPECT_TRUE(oPeer.WaitForEndOfClient());
     EXPECT_EQ(oClient.Close(), 0);
     EXPECT_EQ(oClient.m_nSeen, 1);
@@ -166,17 +170,12 @@ TEST(ThreadsTest, ClosingAHandleOnItsReceiveThread)
     const auto pGateway = StartGateway("127.31.6.1", 5002);
     int nHandle = 0;
     ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.6.1", 200), 0);
-    // The trace of an incoming telegram runs there, like an application's callback.
     CZelEvent oClosed;
-    CTraceServer::SetSink(
-        [&](const STraceMessage& oMessage) {
-            if (std::string(oMessage.pText) != "incoming telegram from parter")
-                return;
-            EXPECT_EQ(SPICloseDevice(nHandle), 0);
-            EXPECT_EQ(CDeviceManager::GetDevice(nHandle), nullptr);
-            oClosed.Signal();
-        },
-        16);
+    OnIncomingTelegram([&] {
+        EXPECT_EQ(SPICloseDevice(nHandle), 0);
+        EXPECT_EQ(CDeviceManager::GetDevice(nHandle), nullptr);
+        oClosed.Signal();
+    });
     ASSERT_TRUE(pGateway->WaitForConnections(1, LONG));
     EXPECT_TRUE(pGateway->SendIndication(0x0377, 0, "x"));
     EXPECT_TRUE(oClosed.Wait(LONG));
@@ -194,17 +193,13 @@ TEST(ThreadsTest, ACallbackThatAsksForAHandleDoesNotBlockAClose)
     ASSERT_EQ(SPIOpenDevice(&nOther, "127.31.7.1", LONG), 0);
     CZelEvent oInside;
     CZelEvent oDone;
-    CTraceServer::SetSink(
-        [&](const STraceMessage& oMessage) {
-            if (std::string(oMessage.pText) != "incoming telegram from parter")
-                return;
-            oInside.Signal();
-            // Until the closing thread has taken the entry out and waits for this very call.
-            EXPECT_TRUE(WaitUntil([&] { return CDeviceManager::GetDevice(nHandle) == nullptr; }));
-            EXPECT_NE(CDeviceManager::GetDevice(nOther), nullptr);
-            oDone.Signal();
-        },
-        16);
+    OnIncomingTelegram([&] {
+        oInside.Signal();
+        // Until the closing thread has taken the entry out and waits for this very call.
+        EXPECT_TRUE(WaitUntil([&] { return CDeviceManager::GetDevice(nHandle) == nullptr; }));
+        EXPECT_NE(CDeviceManager::GetDevice(nOther), nullptr);
+        oDone.Signal();
+    });
     ASSERT_TRUE(pGateway->WaitForConnections(2, LONG));
     EXPECT_TRUE(pGateway->SendIndication(0x0377, 0, "x", 1));
     ASSERT_TRUE(oInside.Wait(LONG));
