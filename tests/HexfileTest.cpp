@@ -129,12 +129,17 @@ TEST_F(HexfileTest, MapNamesAndSizes)
     std::vector<CImage::SMemoryBlock*> apBlocks;
     oMap.ToMemoryBlocks(apBlocks);
     EXPECT_EQ(Blocks(apBlocks), "");
-    for (const unsigned int nAddress : {0x1000U, 0xFFFU, 0x1002U, 0xFFFFFFFFU, 0xFFFFFFFEU, 0U, 0xFFFU})
-        oMap.SetByte(nAddress, static_cast<char>(apBlocks.size() + (nAddress >> 4 & 0xF) + 1));
-    oMap.SetByte(0xFFF, 0x21); // the last value counts
+    for (const auto& [nAddress, nValue] : {std::pair(0x1000U, '\1'),
+                                           {0xFFFU, '\2'},
+                                           {0x1002U, '\3'},
+                                           {~0U, '\4'},
+                                           {~1U, '\5'},
+                                           {0U, '\6'},
+                                           {0xFFFU, '\7'}}) // the last value counts
+        oMap.SetByte(nAddress, nValue);
     CImage oImage;
     oMap.ToMemoryBlocks(apBlocks);
-    EXPECT_EQ(Blocks(apBlocks), "0:01 fff:2101 1002:01 fffffffe:1010");
+    EXPECT_EQ(Blocks(apBlocks), "0:06 fff:0701 1002:03 fffffffe:0504");
     for (CImage::SMemoryBlock* const p : apBlocks)
         oImage.AddMemoryBlock(p);
     oMap.Clear();
@@ -147,12 +152,11 @@ TEST_F(HexfileTest, MapNamesAndSizes)
                   CImage::GetSizeString(-1024),
               "0 kbyte2 kbyte1025 byte-1 kbyte");
     std::string strNames;
-    for (const char* const pName : {"a", static_cast<const char*>(nullptr)}) {
-        oImage.SetFilename(pName);
+    for (int i = 0; i < 2; ++i) {
+        oImage.SetFilename(nullptr);
         strNames += oImage.GetFilename() + ' ';
     }
-    oImage.SetFilename(nullptr);
-    EXPECT_EQ(strNames + oImage.GetFilename(), "a tmp1 tmp2");
+    EXPECT_EQ(strNames, "tmp1 tmp2 ");
 }
 
 TEST_F(HexfileTest, IntelHex)
@@ -165,8 +169,8 @@ TEST_F(HexfileTest, IntelHex)
     EXPECT_EQ(Load(":020000021000EC\n:0100000041BE\n"), "0 10000:41");
     EXPECT_EQ(m_pImage->GetMinAddress(), 0U);
 
-    std::string strAll = ":FF000000" + std::string(510, '0') + "01\n"; // the longest record
-    EXPECT_EQ(Load(strAll), "0 0:" + std::string(510, '0'));
+    const std::string strZeros(510, '0'); // the longest record
+    EXPECT_EQ(Load(":FF000000" + strZeros + "01\n"), "0 0:" + strZeros);
     testing::internal::CaptureStdout();
     Load(":0100000041BF\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
@@ -179,7 +183,6 @@ TEST_F(HexfileTest, LinesThatAreTooLong)
     const std::string strNext = "\n:0100010042BC\n";
     EXPECT_EQ(Load(strRecord + std::string(1010, '.') + strNext), "0 0:4142"); // 1023 characters
     EXPECT_EQ(Load(strRecord + std::string(1011, '.') + strNext), "0 0:41");   // the end of the reading
-    EXPECT_EQ(Load(strRecord + std::string(200000, '.') + strNext), "0 0:41");
     EXPECT_EQ(Load(strRecord + std::string(1010, '.')), "0 0:41");
     EXPECT_EQ(Load(strRecord + '\n' + std::string(1500, 'x') + strNext), "91 0:41");
     EXPECT_EQ(m_strMessage, "Invalid format in data line: " + std::string(1023, 'x'));
@@ -313,20 +316,18 @@ TEST_F(HexfileTest, Saving)
     oHigh.AddMemoryBlock(0xABCD0000, "A", 1); // lower case before the first data
     oHigh.AddMemoryBlock(0x1FFFF, "BC", 2);   // not split
     oHigh.AddMemoryBlock(0xFFFF, "\1\2", 2);
+    oHigh.AddMemoryBlock(0xFFFFFF, "A", 1);
+    oHigh.AddMemoryBlock(0x1000000, "A", 1);
     oHigh.AddMemoryBlock(0xFFFFFFFF, "\xEF", 1);
     EXPECT_EQ(Save(oHigh, CImage::eTypeIntel),
               ":02000004abcd82\n:0100000041BE\n:020000040001F9\n:02FFFF0042437B\n"
               ":020000040000FA\n:02FFFF000102FD\n"
+              ":0200000400FFFB\n:01FFFF0041C0\n:020000040100F9\n:0100000041BE\n"
               ":02000004FFFFFC\n:01FFFF00EF12\n:00000001FF\n");
     EXPECT_EQ(Save(oHigh, CImage::eTypeMotorola), "S306ABCD00004140\nS20601FFFF424375\nS105FFFF0102F9\n"
+                                                  "S205FFFFFF41BC\nS3060100000041B7\n"
                                                   "S306FFFFFFFFEF0E\n");
     EXPECT_EQ(Save(oHigh, CImage::eTypeBinary), "148"); // several blocks
-
-    CImage oEdge;
-    oEdge.AddMemoryBlock(0xFFFFFF, "A", 1);
-    oEdge.AddMemoryBlock(0x1000000, "A", 1);
-    EXPECT_EQ(Save(oEdge, CImage::eTypeMotorola), "S205FFFFFF41BC\nS3060100000041B7\n");
-
     EXPECT_EQ(oHigh.SaveFile(nullptr, CImage::eTypeIntel), 0U);
     EXPECT_EQ(oHigh.GetErrorMessage(), "");
     EXPECT_EQ(oHigh.SaveFile(m_strDirectory.c_str(), CImage::eTypeIntel), 0x80U);
