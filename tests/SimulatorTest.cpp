@@ -278,10 +278,8 @@ TEST(Simulator, ConnectionsAndIndications)
     CClient oFirst(oDIO);
     ASSERT_TRUE(oDIO.WaitForConnections(1, 20000));
     CClient oSecond(oDIO);
-    oSecond.Send(strR1);
-    EXPECT_EQ(oSecond.Receive(8), "06 00 0a 85 01 00 01 8f");
-    oFirst.Send(strR1);
-    EXPECT_EQ(oFirst.Receive(10), strA1);
+    oSecond.Talk("050a=01");
+    oFirst.Talk("050a=00 6f 6b");
     EXPECT_EQ(oDIO.GetConnectionCount(), 2U);
     EXPECT_EQ(oDIO.GetRequestCount(), 2ULL);
     EXPECT_FALSE(oDIO.WaitForConnections(1, 0));
@@ -294,8 +292,7 @@ TEST(Simulator, ConnectionsAndIndications)
     EXPECT_TRUE(oDIO.WaitForConnections(0, 20000));
     EXPECT_FALSE(oDIO.SendIndication(0x0533, -1, ""));
     CClient oThird(oDIO);
-    oThird.Send(strR1);
-    EXPECT_EQ(oThird.Receive(10), strA1);
+    oThird.Talk("050a=00 6f 6b");
     oDIO.Stop();
     EXPECT_EQ(oThird.ReceiveAll(), "");
     EXPECT_FALSE(CClient(oDIO).IsConnected());
