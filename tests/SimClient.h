@@ -1,21 +1,18 @@
-// What tests of the simulated gateways share: bytes as text, a client made of nothing but a socket, gateways that
-// run on an address of the test's own.
+// What tests of the simulated gateways share: a client made of nothing but a socket, conversations in bytes, and
+// gateways that run on an address of the test's own.
 #ifndef QUORVEL_SIM_CLIENT_H
 #define QUORVEL_SIM_CLIENT_H
 
+#include "ConnectedTest.h"
 #include "SimGateway.h"
 
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <chrono>
-#include <functional>
 #include <linux/tcp.h>
 #include <poll.h>
-#include <string>
+#include <sstream>
 #include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 namespace simtest
 {
@@ -23,39 +20,29 @@ namespace simtest
 using namespace std::chrono_literals;
 using TClock = std::chrono::steady_clock;
 
-// Of this process alone, so that fixed ports do not collide with those of another run.
-inline const std::string strAddress =
-    "127.66." + std::to_string(getpid() >> 8 & 0xFF) + "." + std::to_string(getpid() & 0xFF);
-inline constexpr auto nPatience = 20s;
+inline const std::string strAddress = OwnAddress();
 
-inline std::string Bytes(const std::string& strHex)
+/// Asks what stands before each '=' of "request=answer;request=answer"; one without '=' may answer anything.
+template<class FAsk>
+void Converse(const std::string& strConversation, FAsk fnAsk)
 {
-    std::string strBytes;
-    for (std::size_t i = 0; i + 1 < strHex.size(); i += 3)
-        strBytes += static_cast<char>(std::stoi(strHex.substr(i, 2), nullptr, 16));
-    return strBytes;
-}
-
-inline std::string Hex(const std::string& strBytes)
-{
-    std::string strHex;
-    for (const char c : strBytes) {
-        strHex += strHex.empty() ? "" : " ";
-        strHex += "0123456789ABCDEF"[static_cast<unsigned char>(c) >> 4];
-        strHex += "0123456789ABCDEF"[c & 0xF];
+    std::istringstream oPairs(strConversation);
+    for (std::string strPair; std::getline(oPairs, strPair, ';');) {
+        const auto nEqual = strPair.find('=');
+        const std::string strAnswer = fnAsk(strPair.substr(0, nEqual));
+        if (nEqual != std::string::npos) {
+            EXPECT_EQ(strAnswer, strPair.substr(nEqual + 1)) << strPair;
+        }
     }
-    return strHex;
 }
 
 /// Reads until there are nLen bytes or the stream ends; a reset adds "RST", running out of patience "LATE".
 inline std::string Read(int nDescriptor, std::size_t nLen)
 {
     std::string strRead;
-    const auto oDeadline = TClock::now() + nPatience;
     while (strRead.size() < nLen) {
         pollfd oPoll{nDescriptor, POLLIN, 0};
-        const auto nRest = std::chrono::duration_cast<std::chrono::milliseconds>(oDeadline - TClock::now());
-        if (nRest <= 0ms || poll(&oPoll, 1, static_cast<int>(nRest.count())) == 0)
+        if (poll(&oPoll, 1, 20000) == 0)
             return strRead + "LATE";
         char acChunk[4096];
         const auto nRead = read(nDescriptor, acChunk, std::min(sizeof(acChunk), nLen - strRead.size()));
@@ -71,11 +58,9 @@ class CClient
   public:
     CClient(const std::string& strHost, unsigned short nPort) : m_nSocket(socket(AF_INET, SOCK_STREAM, 0))
     {
-        sockaddr_in oAddress{};
-        oAddress.sin_family = AF_INET;
-        oAddress.sin_port = htons(nPort);
-        inet_pton(AF_INET, strHost.c_str(), &oAddress.sin_addr);
-        m_bConnected = connect(m_nSocket, reinterpret_cast<sockaddr*>(&oAddress), sizeof(oAddress)) == 0;
+        const sockaddr_in oAddress{AF_INET, htons(nPort), {inet_addr(strHost.c_str())}, {}};
+        m_bConnected =
+            connect(m_nSocket, reinterpret_cast<const sockaddr*>(&oAddress), sizeof(oAddress)) == 0;
         const int nOn = 1;
         setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
     }
@@ -94,8 +79,8 @@ class CClient
         }
     }
     void EndSending() const { shutdown(m_nSocket, SHUT_WR); }
-    std::string Receive(std::size_t nLen) const { return Hex(Read(m_nSocket, nLen)); }
-    std::string ReceiveAll() const { return Hex(Read(m_nSocket, std::string::npos)); }
+    std::string Receive(std::size_t nLen) const { return ToHex(Read(m_nSocket, nLen)); }
+    std::string ReceiveAll() const { return Receive(std::string::npos); }
     unsigned SegmentsReceived() const
     {
         tcp_info oInfo{};
@@ -110,66 +95,43 @@ class CClient
         Request(nCode, strData);
         return Answer(nCode);
     }
-    void Request(unsigned nCode, const std::string& strData)
+    void Request(unsigned nCode, const std::string& strData) { Send(Telegram(nCode, ++m_nID, strData)); }
+    std::string Answer(unsigned nCode) const
     {
-        m_nID++;
-        const std::string strBody = Number(nCode) + Number(m_nID) + strData;
-        Send(Number(static_cast<unsigned>(strBody.size() + 1)) + strBody + Check(strBody));
+        std::string strAnswer = Read(m_nSocket, 2);
+        strAnswer.resize(2);
+        strAnswer += Read(m_nSocket, static_cast<unsigned char>(strAnswer[0]) +
+                                         256U * static_cast<unsigned char>(strAnswer[1]));
+        const std::string strData = strAnswer.size() < 7 ? "" : strAnswer.substr(6, strAnswer.size() - 7);
+        return strAnswer == Telegram(nCode | 0x8000, m_nID, strData) ? ToHex(strData)
+                                                                     : "bad answer: " + ToHex(strAnswer);
     }
-    std::string Answer(unsigned nCode)
+    /// Holds a conversation such as "0D05 63 31=00": command code and data, and what is answered.
+    void Talk(const std::string& strConversation)
     {
-        const std::string strLength = Read(m_nSocket, 2);
-        if (strLength.size() != 2)
-            return "no answer: " + Hex(strLength);
-        const auto nLength = static_cast<std::size_t>(static_cast<unsigned char>(strLength[0]) +
-                                                      256 * static_cast<unsigned char>(strLength[1]));
-        const std::string strBody = Read(m_nSocket, nLength);
-        if (strBody.size() < 5 || strBody.substr(0, 4) != Number(nCode | 0x8000) + Number(m_nID) ||
-            Check(strBody) != std::string(1, '\0'))
-            return "bad answer: " + Hex(strBody);
-        return Hex(strBody.substr(4, nLength - 5));
+        Converse(strConversation, [this](const std::string& strRequest) {
+            return Ask(static_cast<unsigned>(std::stoi(strRequest, nullptr, 16)), Hex(strRequest.substr(4)));
+        });
     }
 
   private:
-    static std::string Number(unsigned n)
-    {
-        return {static_cast<char>(n & 0xFF), static_cast<char>(n >> 8 & 0xFF)};
-    }
-    static std::string Check(const std::string& strBytes)
-    {
-        char nCheck = 0;
-        for (const char c : strBytes)
-            nCheck = static_cast<char>(nCheck ^ c);
-        return std::string(1, nCheck);
-    }
-
     int m_nSocket;
     bool m_bConnected = false;
-    unsigned m_nID = 0x1230;
+    int m_nID = 0x1230;
 };
 
 template<class TGateway>
 class CStarted : public TGateway
 {
   public:
-    CStarted()
+    template<class... TArguments>
+    explicit CStarted(TArguments... oArguments) : TGateway(oArguments...)
     {
         std::string strError;
         EXPECT_TRUE(this->Start(strAddress, 0, &strError)) << strError;
     }
     ~CStarted() override { this->Stop(); }
 };
-
-inline bool Within(const std::function<bool()>& fnCondition)
-{
-    const auto oDeadline = TClock::now() + nPatience;
-    while (!fnCondition()) {
-        if (TClock::now() > oDeadline)
-            return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 } // namespace simtest
 
