@@ -475,9 +475,10 @@ TEST(SimulatorCANTest, MasterAgainstANodeMadeOfFrames)
         EXPECT_EQ(oMaster.Confirmation(0x6A),
                   bGood ? "00 00 31 32 33 34 35 36 37 38 39" : "FD 05 04 00 04 05");
     }
-    // A block write whose second segment is lost; another client's transfer waits meanwhile.
+    // A block write whose second segment is lost; other transfers wait meanwhile, one of them too long.
     oMaster.Request(0x026B, Bytes("05 00 20 01 20 4E 31 32 33 34 35 36 37 38 39"));
     Sees("C6 00 20 01 09 00 00 00");
+    EXPECT_EQ(oWaiting.Do(0x68, "05 00 10 00 01 00"), "FC 05 00 00 04 05");
     oWaiting.Request(0x0268, Bytes("05 00 10 00 20 4E"));
     Reply("A4 00 20 01 02 00 00 00");
     Sees("01 31 32 33 34 35 36 37");
@@ -589,6 +590,9 @@ TEST(SimulatorCANTest, SdoServerSegmentsAndBlocksGoneWrong)
     EXPECT_EQ(Ask("81 41 00 00 00 00 00 00"), "A2 01 7F 00 00 00 00 00;");
     EXPECT_EQ(Ask("D9 00 00 00 00 00 00 00"), "A1 00 00 00 00 00 00 00;");
     EXPECT_EQ(oObjects.strObject, "A");
+    Ask("C2 00 20 01 02 00 00 00");
+    Ask("81 42 00 00 00 00 00 00");
+    EXPECT_EQ(Ask("D9 00 00 00 00 00 00 00"), "80 00 20 01 10 00 07 06;");
     Ask("C0 00 20 01 00 00 00 00");
     EXPECT_EQ(Ask("00 41 00 00 00 00 00 00"), "80 00 20 01 03 00 04 05;");
     EXPECT_EQ(Ask("C1 00 00 00 00 00 00 00"), strUnknown);
