@@ -16,11 +16,11 @@ unsigned int SignExtended(unsigned char nByte)
     return static_cast<unsigned int>(static_cast<signed char>(nByte));
 }
 
-// Unlike all other numbers a sum of signed bytes: existing applications rely on it.
+// A low byte of 0x80 or more lowers the high one, unlike in all other numbers of 16 bits: existing applications
+// rely on it.
 unsigned short ZCardID(const CDataReader& oData, std::size_t nOffset)
 {
-    return static_cast<unsigned short>(SignExtended(oData.Byte(nOffset + 1)) * 256 +
-                                       SignExtended(oData.Byte(nOffset)));
+    return static_cast<unsigned short>(oData.Byte(nOffset + 1) * 256U + SignExtended(oData.Byte(nOffset)));
 }
 
 void Store(int* pTo, long long nValue)

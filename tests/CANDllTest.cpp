@@ -320,20 +320,29 @@ TEST_F(CANDllThreadsTest, NothingIsLostWhileCallbacksAreExchanged)
     Connect(oClient);
     oClient.SetCallback(Count);
     std::thread oSender([&] {
-        for (int i = 0; i < 40; ++i)
+        for (int i = 0; i < 200; ++i)
             m_oPeer.Send(m_strFrames + Telegram(0x0264, 0, "x") + Telegram(0x0267, 0, "pdo"));
     });
+    std::atomic<bool> bEnd{false};
+    std::thread oSetter([&] {
+        while (!bEnd) {
+            oClient.CANopenSetCallback(See<3>, See<-1>, See<0>, See<-1>, See<4>);
+            oClient.SetMaxSizePerQueue(5);
+            oClient.CANopenSetCallback(nullptr, nullptr, nullptr, nullptr, nullptr);
+            oClient.SetMaxSizePerQueue(0);
+        }
+    });
     EXPECT_TRUE(WaitUntil([&] {
-        oClient.SetCallbackEx(CountEx);
-        oClient.CANopenSetCallback(See<3>, See<-1>, See<0>, See<-1>, See<4>);
-        oClient.SetMaxSizePerQueue(5);
-        oClient.SetCallback(Count);
-        oClient.CANopenSetCallback(nullptr, nullptr, nullptr, nullptr, nullptr);
-        oClient.SetMaxSizePerQueue(0);
-        return g_nFrames >= 20000;
+        for (int i = 0; i < 100; ++i) {
+            oClient.SetCallbackEx(CountEx);
+            oClient.SetCallback(Count);
+        }
+        return g_nFrames >= 100000;
     }));
+    bEnd = true;
     oSender.join();
-    EXPECT_EQ(20000U, g_nFrames);
+    oSetter.join();
+    EXPECT_EQ(100000U, g_nFrames);
     EXPECT_EQ("-1", oClient.Read(0x0203));
 }
 
@@ -390,16 +399,17 @@ TEST_F(CANDllThreadsTest, DestroyingWhileFramesStreamIn)
 
 TEST_F(CANDllThreadsTest, ACallbackClosesItsOwnDevice)
 {
+    static std::atomic<int> s_nClosed; // the end of a receive thread that nobody joins
+    s_nClosed = 0;
     CClient oClient;
-    CZelEvent oClosed;
     g_fnOnFrame = [&](int) {
         EXPECT_EQ(0, oClient.Close());
-        oClosed.Signal();
+        ++s_nClosed;
     };
     oClient.SetCallback(CallOnFrame);
     Connect(oClient);
     m_oPeer.Send(m_strFrames);
-    EXPECT_TRUE(oClosed.Wait(LONG));
+    EXPECT_TRUE(WaitUntil([] { return s_nClosed == 1; }));
     EXPECT_TRUE(m_oPeer.WaitForEndOfClient());
     EXPECT_EQ(0, oClient.Close()); // waits for the callback
     EXPECT_EQ(1U, g_nFrames);
@@ -410,15 +420,15 @@ TEST_F(CANDllThreadsTest, ACallbackClosesItsOwnDevice)
     ASSERT_EQ(0, CDeviceManager::OpenDevice(&nHandle, strAddress.c_str(), LONG, 2, 0, 1, true));
     auto* const pClient = dynamic_cast<CQuorvelClientCANDll*>(CDeviceManager::GetDevice(nHandle)->m_pClient);
     ASSERT_NE(nullptr, pClient);
-    g_fnOnFrame = [&](int nCalled) {
+    g_fnOnFrame = [nHandle](int nCalled) {
         EXPECT_EQ(nHandle, nCalled);
         EXPECT_EQ(0, CDeviceManager::CloseDevice(nCalled));
         EXPECT_EQ(0x00900000, CDeviceManager::CloseDevice(nCalled));
-        oClosed.Signal();
+        ++s_nClosed;
     };
     pClient->SetCallback(CallOnFrame);
     oPeer.Send(m_strFrames);
-    EXPECT_TRUE(oClosed.Wait(LONG));
+    EXPECT_TRUE(WaitUntil([] { return s_nClosed == 2; }));
     EXPECT_TRUE(oPeer.WaitForEndOfClient());
     EXPECT_EQ(2U, g_nFrames);
 }

@@ -28,46 +28,46 @@ struct SBuffer {
 
 TEST_F(I2CTest, RequestsAndResults)
 {
+    auto& o = m_oClient;
     unsigned int nWord = 0;
     unsigned short n = 0;
     unsigned char c = 0;
     char ac[4];
-    Check([&] { return m_oClient.SetBaudrate(100); }, "09 00 07 01 02 00 a0 86 01 00 23",
-          "4 " + U + "SET GLOBALS",
+    Check([&] { return o.SetBaudrate(100); }, "09 00 07 01 02 00 a0 86 01 00 23", "4 " + U + "SET GLOBALS",
           ",Baudrate=100000"); // kHz
-    Check([&] { return m_oClient.SetBaudrate(400); }, "09 00 07 01 02 00 80 1a 06 00 98",
-          "4 " + U + "SET GLOBALS", ",Baudrate=400000");
-    Check([&] { return m_oClient.SetBaudrate(50); }, "09 00 07 01 02 00 32 00 00 00 36",
-          "4 " + U + "SET GLOBALS", ",Baudrate=50");
-    Check([&] { return m_oClient.GetBaudrate(nWord); }, "05 00 08 01 02 00 0b", "4 " + U + "GET GLOBALS");
-    Check([&] { return m_oClient.Reset(); }, "05 00 04 01 02 00 07", "8 " + U + "RESET");
-    Check([&] { return m_oClient.Read(0x1A1, ac, 4, n); }, "09 00 10 01 02 00 a1 01 04 00 b7",
-          "8 " + U + "READ", ",slave address=0x1a1");
-    Check([&] { return m_oClient.Write(0xA0, "\1\2\0", 3, n); }, "0a 00 11 01 02 00 a0 00 01 02 00 b1",
+    Check([&] { return o.SetBaudrate(400); }, "09 00 07 01 02 00 80 1a 06 00 98", "4 " + U + "SET GLOBALS",
+          ",Baudrate=400000");
+    Check([&] { return o.SetBaudrate(50); }, "09 00 07 01 02 00 32 00 00 00 36", "4 " + U + "SET GLOBALS",
+          ",Baudrate=50");
+    Check([&] { return o.GetBaudrate(nWord); }, "05 00 08 01 02 00 0b", "4 " + U + "GET GLOBALS");
+    Check([&] { return o.Reset(); }, "05 00 04 01 02 00 07", "8 " + U + "RESET");
+    Check([&] { return o.Read(0x1A1, ac, 4, n); }, "09 00 10 01 02 00 a1 01 04 00 b7", "8 " + U + "READ",
+          ",slave address=0x1a1");
+    Check([&] { return o.Write(0xA0, "\1\2\0", 3, n); }, "0a 00 11 01 02 00 a0 00 01 02 00 b1",
           "8 " + U + "WRITE", ",slave address=0xa0");
-    Check([&] { return m_oClient.RAWStart(); }, "05 00 15 01 02 00 16", "8 " + U + "RAW_START");
-    Check([&] { return m_oClient.RAWSend(0xA0, 1); }, "07 00 16 01 02 00 a0 01 b4", "8 " + U + "RAW_SEND");
-    Check([&] { return m_oClient.RAWGet(0x81, c); }, "06 00 17 01 02 00 81 95", "8 " + U + "RAW_GET");
-    Check([&] { return m_oClient.RAWStop(); }, "05 00 18 01 02 00 1b", "8 " + U + "RAW_STOP");
-    Check([&] { return m_oClient.WriteSequence("\1\2", 2, ac, 0x104, n, n); },
-          "09 00 14 01 02 00 04 01 01 02 11", "8 " + U + "SEQUENCE");
-    Check([&] { return m_oClient.WriteSequence(nullptr, 0, n); }, "07 00 14 01 02 00 00 00 17",
+    Check([&] { return o.RAWStart(); }, "05 00 15 01 02 00 16", "8 " + U + "RAW_START");
+    Check([&] { return o.RAWSend(0xA0, 1); }, "07 00 16 01 02 00 a0 01 b4", "8 " + U + "RAW_SEND");
+    Check([&] { return o.RAWGet(0x81, c); }, "06 00 17 01 02 00 81 95", "8 " + U + "RAW_GET");
+    Check([&] { return o.RAWStop(); }, "05 00 18 01 02 00 1b", "8 " + U + "RAW_STOP");
+    Check([&] { return o.WriteSequence("\1\2", 2, ac, 0x104, n, n); }, "09 00 14 01 02 00 04 01 01 02 11",
           "8 " + U + "SEQUENCE");
-    Check([&] { return m_oClient.WriteEEProm(3, 0x1234, 0x0010, "\xaa\xbb", 2); },
+    Check([&] { return o.WriteSequence(nullptr, 0, n); }, "07 00 14 01 02 00 00 00 17",
+          "8 " + U + "SEQUENCE");
+    Check([&] { return o.WriteEEProm(3, 0x1234, 0x0010, "\xaa\xbb", 2); },
           "0e 00 13 01 02 00 a6 00 02 00 00 12 34 aa bb 83", "8 " + U + "WRITE EEPROM",
           ",chip address=3,slave address=0xa6");
-    Check([&] { return m_oClient.WriteEEPromPollAck(10, 0x1FF, 0x0108, "\xaa", 1, 0x1234); },
+    Check([&] { return o.WriteEEPromPollAck(10, 0x1FF, 0x0108, "\xaa", 1, 0x1234); },
           "0f 00 19 01 02 00 aa 00 34 12 01 00 00 01 ff aa c3", "8 " + U + "WRITE EEPROM",
           ",chip address=10,slave address=0xaa");
-    Check([&] { return m_oClient.ReadEEProm(0, 0x10, 0x0009, ac, 4, n); },
+    Check([&] { return o.ReadEEProm(0, 0x10, 0x0009, ac, 4, n); },
           "0e 00 12 01 02 00 a0 00 02 00 00 00 10 04 00 a7", "8 " + U + "READ EEPROM",
           ",chip address=0,slave address=0xa0");
-    Check([&] { return m_oClient.WriteDigital(1); }, "09 00 41 01 02 00 01 00 00 00 43",
+    Check([&] { return o.WriteDigital(1); }, "09 00 41 01 02 00 01 00 00 00 43",
           "4 source/QuorvelClient: WRITE DIGITAL", ", OutputBits=0x1");
-    Check([&] { return m_oClient.ReadDigital(nWord, nWord); }, "05 00 40 01 02 00 43",
+    Check([&] { return o.ReadDigital(nWord, nWord); }, "05 00 40 01 02 00 43",
           "4 source/QuorvelClient: READ DIGITAL");
     m_oPeer.Confirm("20");
-    EXPECT_EQ(0x0120, m_oClient.Open(100));
+    EXPECT_EQ(0x0120, o.Open(100));
     EXPECT_EQ("09 00 07 01 02 00 a0 86 01 00 23", m_oPeer.TakeRequest());
 }
 
