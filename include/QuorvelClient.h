@@ -344,6 +344,8 @@ class QUORVEL_API CQuorvelClient
     CZelEvent m_oEventMsg;        ///< signalled whenever a confirmation has been stored
 
   private:
+    static bool Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen);
+
     CZelLocalTime m_oOldestTime; // no stored confirmation is older
     CZelTurn m_oTurn;            // one exchange at a time
 };

@@ -168,7 +168,7 @@ void CSimGateway::SetLog(std::function<void(const std::string&)> fnLog)
 }
 
 bool CSimGateway::SendIndication(unsigned short nCmdCode, short nID, const std::string& strData,
-                                 unsigned nConnection, unsigned nDelayMs)
+                                 unsigned nConnection, unsigned nDelayMs, unsigned nExcept)
 {
     if (strData.size() > SSimTelegram::nMaxData)
         return false;
@@ -176,7 +176,7 @@ bool CSimGateway::SendIndication(unsigned short nCmdCode, short nID, const std::
     bool bTaken = false;
     const std::lock_guard oLock(m_oMutexConnections);
     for (const auto& pConnection : m_aoConnections) {
-        if (pConnection->IsEnded() ||
+        if (pConnection->IsEnded() || pConnection->GetNumber() == nExcept ||
             (nConnection == 0 ? pConnection->IsRefused() : pConnection->GetNumber() != nConnection))
             continue;
         bTaken = pConnection->Post(oIndication, nDelayMs) || bTaken;
@@ -390,6 +390,8 @@ void CSimGateway::Run()
     }
     m_oListener.Close();
     EndAll();
+    const std::lock_guard oLock(m_oMutexDevice);
+    PowerOff();
 }
 
 void CSimGateway::Accept()

@@ -46,6 +46,7 @@ struct SSimAnswer {
     unsigned char nResult; ///< first data byte of the confirmation
     std::string strData;   ///< what follows it; at most CSimGateway::nMaxAnswer bytes
     bool bRestart = false; ///< restarts the gateway once the answer is sent
+    bool bNone = false;    ///< there is no answer at all, and none is counted
     /// When set, the answer is not there yet: the function is called at oDue, with the device locked.
     std::function<SSimAnswer()> fnContinue;
     TSimTime oDue{};
@@ -56,7 +57,7 @@ struct SSimAnswer {
  *
  * A kind derives from this class, overrides Execute for its own commands (handing all others to the base),
  * and, where it has state, PowerOn. Its destructor must call Stop first, because the threads call the
- * overridden functions. Execute, PowerOn, OnEnd and continuations run with the device locked
+ * overridden functions. Execute, PowerOn, PowerOff, OnEnd and continuations run with the device locked
  * (m_oMutexDevice), one at a time.
  *
  * The public functions may be called from any thread, except that Stop and the destructor must not be called
@@ -126,10 +127,11 @@ class CSimGateway
      * @param strData at most SSimTelegram::nMaxData bytes
      * @param nConnection the connection to send it on; 0: all that are served
      * @param nDelayMs sent so much later
+     * @param nExcept a connection to leave out
      * @return whether a connection took it; one whose client leaves megabytes unread does not
      */
     bool SendIndication(unsigned short nCmdCode, short nID, const std::string& strData,
-                        unsigned nConnection = 0, unsigned nDelayMs = 0);
+                        unsigned nConnection = 0, unsigned nDelayMs = 0, unsigned nExcept = 0);
 
     /// Replaces the status text.
     void SetStatus(const std::string& strStatus);
@@ -147,6 +149,8 @@ class CSimGateway
     virtual SSimAnswer Execute(const SSimRequest& oRequest);
     /// Back to the state after power-on; called by Start and on a restart. Call the base's, too.
     virtual void PowerOn();
+    /// The gateway is switched off: Stop has ended all connections.
+    virtual void PowerOff() {}
     /// A connection has ended.
     virtual void OnEnd(unsigned /*nConnection*/) {}
 

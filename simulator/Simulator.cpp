@@ -1,8 +1,10 @@
 #include "Simulator.h"
 
 #include "SimGatewayAD.h"
+#include "SimGatewayCAN.h"
 #include "SimGatewayDIO.h"
 #include "SimGatewayFirmware.h"
+#include "SimGatewayI2C.h"
 #include "SimGatewayRenesas.h"
 #include "SimGatewaySPI.h"
 #include "SimGatewayTestBox.h"
@@ -13,17 +15,21 @@
 #include <utility>
 
 CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned short nPortBase)
-    : m_strAddress(std::move(strAddress)), m_nPortIndex(nPortIndex), m_nPortBase(nPortBase)
+    : m_strAddress(std::move(strAddress)),
+      m_nPortIndex(nPortIndex),
+      m_nPortBase(nPortBase),
+      m_oI2C(Add<CSimGatewayI2C>())
 {
-    m_aoGateways.push_back(std::make_unique<CSimGatewaySPI>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayDIO>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayAD>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayRenesas>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayTestBox>(eDeviceTestSystemIO));
-    m_aoGateways.push_back(std::make_unique<CSimGatewayTestBox>(eDeviceTestSystemPWR));
-    m_aoGateways.push_back(std::make_unique<CSimGatewayTestCOM>());
-    m_aoGateways.push_back(std::make_unique<CSimGatewayTestBox>(eDeviceTestSystemRelay));
-    m_aoGateways.push_back(std::make_unique<CSimGatewayFirmware>());
+    Add<CSimGatewayCAN>();
+    Add<CSimGatewaySPI>();
+    Add<CSimGatewayDIO>();
+    Add<CSimGatewayAD>();
+    Add<CSimGatewayRenesas>();
+    Add<CSimGatewayTestBox>(eDeviceTestSystemIO);
+    Add<CSimGatewayTestBox>(eDeviceTestSystemPWR);
+    Add<CSimGatewayTestCOM>();
+    Add<CSimGatewayTestBox>(eDeviceTestSystemRelay);
+    Add<CSimGatewayFirmware>();
 }
 
 CSimulator::~CSimulator()
@@ -69,6 +75,15 @@ std::vector<CSimulator::SKind> CSimulator::ListKinds() const
         aoKinds.push_back({pGateway->GetKind(), pGateway->GetName(),
                            pGateway->GetPort() != 0 ? pGateway->GetPort() : Port(pGateway->GetKind())});
     return aoKinds;
+}
+
+template<class TGateway, class... TArguments>
+TGateway& CSimulator::Add(TArguments... arguments)
+{
+    auto pGateway = std::make_unique<TGateway>(arguments...);
+    TGateway& oGateway = *pGateway;
+    m_aoGateways.push_back(std::move(pGateway));
+    return oGateway;
 }
 
 unsigned short CSimulator::Port(int nKind) const

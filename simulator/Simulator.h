@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+class CSimGatewayI2C;
+
 /** The whole gateway family. Nothing listens before Start. */
 class CSimulator
 {
@@ -40,6 +42,7 @@ class CSimulator
 
     /// The gateway of a kind, null when there is none; the simulator owns it.
     CSimGateway* GetGateway(int nKind) const;
+    CSimGatewayI2C& GetI2C() const { return m_oI2C; }
     /// All gateways in the order of their ports.
     const std::vector<std::unique_ptr<CSimGateway>>& GetGateways() const { return m_aoGateways; }
     /// What there is and at which port.
@@ -47,11 +50,14 @@ class CSimulator
 
   private:
     unsigned short Port(int nKind) const;
+    template<class TGateway, class... TArguments>
+    TGateway& Add(TArguments... arguments);
 
     std::string m_strAddress;
     unsigned m_nPortIndex;
     unsigned short m_nPortBase;
     std::vector<std::unique_ptr<CSimGateway>> m_aoGateways;
+    CSimGatewayI2C& m_oI2C;
 };
 
 #endif

@@ -1,6 +1,7 @@
 // The gateway simulator as a program.
 
 #include "FaultPlan.h"
+#include "SimGatewayI2C.h"
 #include "Simulator.h"
 
 #include <CLI/CLI.hpp>
@@ -49,6 +50,7 @@ int Run(int argc, char** argv)
     std::string strAddress = "127.0.0.1";
     unsigned nPortIndex = 0;
     unsigned nMaxConnections = 8;
+    std::string strMemories = CSimGatewayI2C::pDefaultMemories;
     bool bList = false;
     bool bVerbose = false;
     std::vector<std::string> astrFaults;
@@ -65,6 +67,9 @@ int Run(int argc, char** argv)
             "[KIND:]PLAN: what goes wrong on every connection, for one kind (name or number) or for all; "
             "may be given several times")
         ->allow_extra_args(false);
+    oApp.add_option("--i2c-memories", strMemories,
+                    "TYPE@CHIP,...: the serial EEPROMs on the bus of the I2C gateway; empty: none")
+        ->capture_default_str();
     oApp.add_flag("--list", bList, "List the gateways and their ports, then exit");
     oApp.add_flag("--verbose", bVerbose, "Report every client on stderr");
     oApp.set_version_flag("--version", std::string("quorvel-sim ") + QUORVEL_SIM_VERSION);
@@ -98,6 +103,10 @@ int Run(int argc, char** argv)
         return eExitOk;
     }
     std::string strError;
+    if (!oSimulator.GetI2C().SetMemories(strMemories, strError)) {
+        std::cerr << "quorvel-sim: --i2c-memories: " << strError << "\n";
+        return eExitUsage;
+    }
     std::map<CSimGateway*, std::string> aoPlans;
     for (const auto& strFault : astrFaults) {
         if (!ApplyFault(oSimulator, strFault, aoPlans, strError)) {

@@ -16,7 +16,10 @@ class CDataReader
 
     std::size_t GetLength() const { return m_strData.size(); }
 
-    unsigned char Byte(std::size_t nOffset) const { return static_cast<unsigned char>(Word(nOffset)); }
+    unsigned char Byte(std::size_t nOffset) const
+    {
+        return nOffset < m_strData.size() ? static_cast<unsigned char>(m_strData[nOffset]) : 0;
+    }
     unsigned short Word(std::size_t nOffset) const { return Number<unsigned short>(nOffset); }
     unsigned int DWord(std::size_t nOffset) const { return Number<unsigned int>(nOffset); }
 
@@ -48,10 +51,9 @@ class CDataReader
     template<class T>
     T Number(std::size_t nOffset) const
     {
-        char acBytes[sizeof(T)];
-        Copy(nOffset, acBytes, sizeof acBytes);
         T nValue = 0;
-        CQuorvelMsg::FromChar(nValue, acBytes);
+        for (std::size_t i = sizeof(T); i-- > 0;)
+            nValue = static_cast<T>((nValue << 8) | Byte(nOffset + i));
         return nValue;
     }
 

@@ -1,5 +1,7 @@
 #include "DeviceManager.h"
 
+#include "QuorvelClientCANDll.h"
+#include "QuorvelClientI2C.h"
 #include "QuorvelClientRenesas.h"
 #include "QuorvelClientSPI.h"
 #include "QuorvelClientTestSystemCOM.h"
@@ -30,9 +32,13 @@ std::string Hex(int nNumber)
     return ZelToString(static_cast<unsigned int>(nNumber), 16);
 }
 
-std::unique_ptr<CQuorvelClient> CreateClient(unsigned char nDeviceType, int nTimeout)
+std::unique_ptr<CQuorvelClient> CreateClient(unsigned char nDeviceType, int nHandle, int nTimeout)
 {
     switch (nDeviceType) {
+    case eDeviceI2C:
+        return std::make_unique<CQuorvelClientI2C>(nTimeout);
+    case eDeviceCAN:
+        return std::make_unique<CQuorvelClientCANDll>(nHandle, nTimeout);
     case eDeviceSPI:
         return std::make_unique<CQuorvelClientSPI>(nTimeout);
     case eDeviceRenesas:
@@ -81,7 +87,7 @@ int CDeviceManager::OpenDevice(int* pnHandle, const char* pcIPAddress, int nTime
         return RC_INVALID_PARAMETER;
     // The number is used up before the kind is checked, and stays with the caller: applications rely on it.
     const int nHandle = NewHandle(pnHandle);
-    std::unique_ptr<CQuorvelClient> pClient = CreateClient(nDeviceType, nTimeout);
+    std::unique_ptr<CQuorvelClient> pClient = CreateClient(nDeviceType, nHandle, nTimeout);
     if (!pClient)
         return RC_INVALID_DEVICE_TYPE;
 

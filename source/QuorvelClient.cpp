@@ -14,6 +14,10 @@ namespace
 constexpr const char* UNIT = "source/QuorvelClient";
 constexpr unsigned char LEVEL_TRAFFIC = 16;
 
+// The object of the last indication on this thread, whose memory the next one uses: a stream of indications
+// allocates nothing.
+thread_local std::unique_ptr<CQuorvelMsg> t_pSpareMsg;
+
 std::string Dump(const std::string& strBytes)
 {
     return ZelMemDump(strBytes.data(), static_cast<unsigned int>(strBytes.size()), 0xFFFFFFFFU, 0xFFFFFFFFU);
@@ -228,12 +232,16 @@ void CQuorvelClient::RemoveOldMsgs()
 
 void CQuorvelClient::DataInd(const char* pData, unsigned short nLen)
 {
-    std::unique_ptr<CQuorvelMsg> pMsg(ToMsg(reinterpret_cast<const unsigned char*>(pData), nLen));
+    std::unique_ptr<CQuorvelMsg> pMsg = std::move(t_pSpareMsg);
     if (!pMsg)
+        pMsg = std::make_unique<CQuorvelMsg>();
+    if (!Parse(*pMsg, pData, nLen))
         return;
     if (!pMsg->IsConfirmation()) {
         if (DataIndRespond(pMsg.get()))
             static_cast<void>(pMsg.release()); // taken over
+        else
+            t_pSpareMsg = std::move(pMsg);
         return;
     }
     const short nID = pMsg->GetMsgID();
@@ -249,16 +257,20 @@ void CQuorvelClient::DataInd(const char* pData, unsigned short nLen)
 
 CQuorvelMsg* CQuorvelClient::ToMsg(const unsigned char* pData, unsigned short nLen)
 {
-    const char* const pBytes = reinterpret_cast<const char*>(pData);
     auto pMsg = std::make_unique<CQuorvelMsg>();
-    if (!pMsg->SetMessage(pBytes, nLen)) {
+    return Parse(*pMsg, reinterpret_cast<const char*>(pData), nLen) ? pMsg.release() : nullptr;
+}
+
+bool CQuorvelClient::Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen)
+{
+    if (!oMsg.SetMessage(pData, nLen)) {
         Trace(LEVEL_TRAFFIC, UNIT, "invalid incoming telegram from parter is discarded.");
-        Trace(LEVEL_TRAFFIC, UNIT, [&] { return ZelMemDump(pBytes, nLen, 0xFFFFFFFFU, 0xFFFFFFFFU); });
-        return nullptr;
+        Trace(LEVEL_TRAFFIC, UNIT, [&] { return ZelMemDump(pData, nLen, 0xFFFFFFFFU, 0xFFFFFFFFU); });
+        return false;
     }
     Trace(LEVEL_TRAFFIC, UNIT, "incoming telegram from parter");
-    Trace(LEVEL_TRAFFIC, UNIT, [&] { return Dump(pMsg->GetMessageData()); });
-    return pMsg.release();
+    Trace(LEVEL_TRAFFIC, UNIT, [&] { return Dump(oMsg.GetMessageData()); });
+    return true;
 }
 
 void CQuorvelClient::ConInd(bool /*bConnected*/) {}

@@ -1,6 +1,7 @@
 // The simulated gateways, spoken to over real sockets in bytes written out here.
 
 #include "Simulator.h"
+#include "SimClient.h"
 #include "SimGatewayAD.h"
 #include "SimGatewayDIO.h"
 #include "SimGatewaySPI.h"
@@ -8,170 +9,16 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <chrono>
 #include <csignal>
 #include <fcntl.h>
-#include <linux/tcp.h>
-#include <poll.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 
-using namespace std::chrono_literals;
-using TClock = std::chrono::steady_clock;
-
-// Of this process alone, so that fixed ports do not collide with those of another run.
-const std::string strAddress =
-    "127.66." + std::to_string(getpid() >> 8 & 0xFF) + "." + std::to_string(getpid() & 0xFF);
-constexpr auto nPatience = 20s;
-
-std::string Bytes(const std::string& strHex)
-{
-    std::string strBytes;
-    for (std::size_t i = 0; i + 1 < strHex.size(); i += 3)
-        strBytes += static_cast<char>(std::stoi(strHex.substr(i, 2), nullptr, 16));
-    return strBytes;
-}
-
-std::string Hex(const std::string& strBytes)
-{
-    std::string strHex;
-    for (const char c : strBytes) {
-        strHex += strHex.empty() ? "" : " ";
-        strHex += "0123456789ABCDEF"[static_cast<unsigned char>(c) >> 4];
-        strHex += "0123456789ABCDEF"[c & 0xF];
-    }
-    return strHex;
-}
-
-/// Reads until there are nLen bytes or the stream ends; a reset adds "RST", running out of patience "LATE".
-std::string Read(int nDescriptor, std::size_t nLen)
-{
-    std::string strRead;
-    const auto oDeadline = TClock::now() + nPatience;
-    while (strRead.size() < nLen) {
-        pollfd oPoll{nDescriptor, POLLIN, 0};
-        const auto nRest = std::chrono::duration_cast<std::chrono::milliseconds>(oDeadline - TClock::now());
-        if (nRest <= 0ms || poll(&oPoll, 1, static_cast<int>(nRest.count())) == 0)
-            return strRead + "LATE";
-        char acChunk[4096];
-        const auto nRead = read(nDescriptor, acChunk, std::min(sizeof(acChunk), nLen - strRead.size()));
-        if (nRead <= 0)
-            return strRead + (nRead < 0 ? "RST" : "");
-        strRead.append(acChunk, static_cast<std::size_t>(nRead));
-    }
-    return strRead;
-}
-
-class CClient
-{
-  public:
-    CClient(const std::string& strHost, unsigned short nPort) : m_nSocket(socket(AF_INET, SOCK_STREAM, 0))
-    {
-        sockaddr_in oAddress{};
-        oAddress.sin_family = AF_INET;
-        oAddress.sin_port = htons(nPort);
-        inet_pton(AF_INET, strHost.c_str(), &oAddress.sin_addr);
-        m_bConnected = connect(m_nSocket, reinterpret_cast<sockaddr*>(&oAddress), sizeof(oAddress)) == 0;
-        const int nOn = 1;
-        setsockopt(m_nSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof(nOn));
-    }
-    explicit CClient(const CSimGateway& oGateway) : CClient(oGateway.GetAddress(), oGateway.GetPort()) {}
-    ~CClient() { close(m_nSocket); }
-    CClient(const CClient&) = delete;
-    CClient& operator=(const CClient&) = delete;
-
-    bool IsConnected() const { return m_bConnected; }
-    void Send(const std::string& strBytes) const
-    {
-        for (std::size_t n = 0; n < strBytes.size();) {
-            const auto nSent = send(m_nSocket, strBytes.data() + n, strBytes.size() - n, MSG_NOSIGNAL);
-            ASSERT_GT(nSent, 0);
-            n += static_cast<std::size_t>(nSent);
-        }
-    }
-    void EndSending() const { shutdown(m_nSocket, SHUT_WR); }
-    std::string Receive(std::size_t nLen) const { return Hex(Read(m_nSocket, nLen)); }
-    std::string ReceiveAll() const { return Hex(Read(m_nSocket, std::string::npos)); }
-    unsigned SegmentsReceived() const
-    {
-        tcp_info oInfo{};
-        socklen_t nLen = sizeof(oInfo);
-        getsockopt(m_nSocket, IPPROTO_TCP, TCP_INFO, &oInfo, &nLen);
-        return oInfo.tcpi_data_segs_in;
-    }
-
-    /// Frames a request, and takes the frame off its answer, which must have the right code and id.
-    std::string Ask(unsigned nCode, const std::string& strData)
-    {
-        Request(nCode, strData);
-        return Answer(nCode);
-    }
-    void Request(unsigned nCode, const std::string& strData)
-    {
-        m_nID++;
-        const std::string strBody = Number(nCode) + Number(m_nID) + strData;
-        Send(Number(static_cast<unsigned>(strBody.size() + 1)) + strBody + Check(strBody));
-    }
-    std::string Answer(unsigned nCode)
-    {
-        const std::string strLength = Read(m_nSocket, 2);
-        if (strLength.size() != 2)
-            return "no answer: " + Hex(strLength);
-        const auto nLength = static_cast<std::size_t>(static_cast<unsigned char>(strLength[0]) +
-                                                      256 * static_cast<unsigned char>(strLength[1]));
-        const std::string strBody = Read(m_nSocket, nLength);
-        if (strBody.size() < 5 || strBody.substr(0, 4) != Number(nCode | 0x8000) + Number(m_nID) ||
-            Check(strBody) != std::string(1, '\0'))
-            return "bad answer: " + Hex(strBody);
-        return Hex(strBody.substr(4, nLength - 5));
-    }
-
-  private:
-    static std::string Number(unsigned n)
-    {
-        return {static_cast<char>(n & 0xFF), static_cast<char>(n >> 8 & 0xFF)};
-    }
-    static std::string Check(const std::string& strBytes)
-    {
-        char nCheck = 0;
-        for (const char c : strBytes)
-            nCheck = static_cast<char>(nCheck ^ c);
-        return std::string(1, nCheck);
-    }
-
-    int m_nSocket;
-    bool m_bConnected = false;
-    unsigned m_nID = 0x1230;
-};
-
-template<class TGateway>
-class CStarted : public TGateway
-{
-  public:
-    CStarted()
-    {
-        std::string strError;
-        EXPECT_TRUE(this->Start(strAddress, 0, &strError)) << strError;
-    }
-    ~CStarted() override { this->Stop(); }
-};
-
-bool Within(const std::function<bool()>& fnCondition)
-{
-    const auto oDeadline = TClock::now() + nPatience;
-    while (!fnCondition()) {
-        if (TClock::now() > oDeadline)
-            return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
+using namespace simtest;
 
 // Status requests with the ids 1 to 4 to a digital I/O gateway, and their answers when the text is "ok".
 const std::string strR1 = Bytes("05 00 0A 05 01 00 0E"), strR2 = Bytes("05 00 0A 05 02 00 0D"),
@@ -577,7 +424,7 @@ TEST(Simulator, AllKindsOrNone)
     EXPECT_EQ(oFirst.GetGateway(8), nullptr);
     CSimulator oSecond(strAddress, 99);
     EXPECT_FALSE(oSecond.Start(strError));
-    EXPECT_EQ(strError, "cannot listen on " + strAddress + ":14902: Address already in use");
+    EXPECT_EQ(strError, "cannot listen on " + strAddress + ":14900: Address already in use");
     EXPECT_FALSE(CSimulator("192.168.0.1").Start(strError));
     EXPECT_EQ(strError, "'192.168.0.1' is not an address within 127.0.0.0/8");
 }
@@ -653,15 +500,17 @@ TEST(SimulatorProgram, ServesUntilItIsTold)
 {
     for (const int nSignal : {SIGTERM, SIGINT}) {
         CProgram oProgram({"--address", strAddress, "--port-index", "98", "--verbose", "--fault", "5:drop@1",
-                           "--fault", "DIO:refuse=2", "--max-connections", "3"});
+                           "--fault", "DIO:refuse=2", "--max-connections", "3", "--i2c-memories", "24c16"});
         EXPECT_EQ(oProgram.Line(),
                   "quorvel-sim 1.0.0 ready on " + strAddress +
-                      ": SPI=14802 DIO=14804 AD=14806 Renesas=14808 IO=14810 PWR=14811 COM=14812 "
+                      ": I2C=14800 CAN=14801 SPI=14802 DIO=14804 AD=14806 Renesas=14808 IO=14810 PWR=14811 COM=14812 "
                       "Relay=14816 Firmware=14899");
         {
             const CClient oClient(strAddress, 14804);
             oClient.Send(Bytes("05 00 40 05 01 00 44 05 00 40 05 02 00 47"));
             EXPECT_EQ(oClient.Receive(16), "0E 00 40 85 02 00 02 00 00 00 00 00 00 00 00 C5");
+            CClient oI2C(strAddress, 14800);
+            EXPECT_EQ(oI2C.Ask(0x0111, Bytes("AE 00")), "00 00 00");
             CClient oSPI(strAddress, 14802);
             EXPECT_EQ(oSPI.Ask(0x0303, Bytes("9F 00 00 00")), "00 FF C2 20 17");
         }
@@ -684,7 +533,7 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
     } aoRows[] = {
         {{"--version"}, "quorvel-sim 1.0.0\n", "", 0},
         {{"--list", "--port-index", "1"},
-         "kind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n"
+         "kind 1  I2C  port 5100\nkind 2  CAN  port 5101\nkind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n"
          "kind 9  Renesas  port 5108\nkind 11  IO  port 5110\nkind 12  PWR  port 5111\n"
          "kind 13  COM  port 5112\nkind 17  Relay  port 5116\nkind 0  Firmware  port 5199\n",
          "",
@@ -694,6 +543,7 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
         {{"--nonsense"}, "", "--nonsense", 2},
         {{"--fault", "SPI:dorp"}, "", "fault plan step 'dorp': is not a known fault", 2},
         {{"--fault", "4:drop"}, "", "'4' is not a kind of gateway", 2},
+        {{"--i2c-memories", "24c16,24c02@7"}, "", "two memories at slave address 0xAE", 2},
         {{"--address", strAddress, "--port-index", "97"}, "", ":14706: Address already in use", 4},
     };
     CSimGatewayAD oTaken;

@@ -1,0 +1,414 @@
+#include "QuorvelClientCANDll.h"
+
+#include "DataReader.h"
+#include "Trace.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+constexpr const char* UNIT = "source/QuorvelClientCANDll";
+constexpr unsigned char LEVEL = 8;
+constexpr unsigned char FLAG_TIMESTAMP = 0x04;
+constexpr unsigned short TIMESTAMP_LENGTH = 8;
+constexpr std::size_t FRAME_HEADER = 5; // identifier and flags
+constexpr unsigned char MAX_FRAME_LENGTH = 64;
+constexpr unsigned char MAX_LENGTH = 8;
+constexpr std::size_t BLOCK = 16384;
+
+// What CAN frames and unassigned frames have in common.
+struct SFrame {
+    explicit SFrame(const std::string& strData)
+    {
+        const CDataReader oData(strData);
+        nIdentifier = oData.DWord(0);
+        nFlags = oData.Byte(4);
+        // In one byte, so that more than 255 bytes count as few: existing applications rely on it.
+        nAll = static_cast<unsigned char>(strData.size() - FRAME_HEADER);
+        // Data too short for the flags has none set: then no byte is looked at.
+        nLen = static_cast<unsigned char>(CQuorvelClientCANDll::GetTime(
+            nFlags, strData.data() + std::min(FRAME_HEADER, strData.size()), nAll, oTime));
+    }
+
+    int GetSeconds() const { return static_cast<int>(oTime.tv_sec); }
+    int GetMicroSeconds() const { return static_cast<int>(oTime.tv_usec); }
+
+    unsigned int nIdentifier;
+    unsigned char nFlags;
+    unsigned char nAll; // bytes behind the header
+    unsigned char nLen; // of them frame data
+    timeval oTime{};
+};
+
+// A part of a telegram that is readable in full length: zeros follow where the telegram is shorter.
+class CReadable
+{
+  public:
+    CReadable(const std::string& strData, std::size_t nOffset, std::size_t nCount)
+    {
+        if (strData.size() < nOffset + nCount) {
+            m_strFilled = strData;
+            m_strFilled.resize(nOffset + nCount);
+        }
+        m_pData = (m_strFilled.empty() ? strData : m_strFilled).data() + nOffset;
+    }
+    CReadable(const CReadable&) = delete;
+    CReadable& operator=(const CReadable&) = delete;
+
+    const char* Get() const { return m_pData; }
+
+  private:
+    std::string m_strFilled;
+    const char* m_pData;
+};
+
+// The low byte is extended by its sign and so may set the whole high byte: existing applications rely on it.
+unsigned short ErrorCode(const CDataReader& oData)
+{
+    return static_cast<unsigned short>(oData.Byte(2) << 8 | static_cast<signed char>(oData.Byte(1)));
+}
+
+template<class T>
+void Put(T* pTo, T value)
+{
+    if (pTo != nullptr)
+        *pTo = value;
+}
+
+// What all readers do; returns how many telegrams are left, or -1.
+template<class FDecode>
+int ReadFrom(CQuorvelMsgQueue& oQueue, FDecode fnDecode)
+{
+    std::string strData;
+    const int nLeft = oQueue.Take(strData);
+    if (nLeft >= 0)
+        fnDecode(strData);
+    return nLeft;
+}
+
+} // namespace
+
+void CQuorvelMsgQueue::Append(const CQuorvelMsg& oMsg, const std::atomic<bool>& bEnabled)
+{
+    const std::string& strData = oMsg.GetData();
+    const auto nLen = static_cast<unsigned int>(strData.size());
+    const std::size_t nNeeded = sizeof nLen + nLen;
+    const std::lock_guard oLock(m_oMutexIn);
+    const unsigned int nAppended = m_nAppended;
+    if (nAppended - m_nTakenSeen >= m_nMaxSize)
+        m_nTakenSeen = m_nTaken;
+    if (!bEnabled || nAppended - m_nTakenSeen >= m_nMaxSize)
+        return;
+    if (m_astrBlocks.empty() || m_astrBlocks.back().capacity() - m_astrBlocks.back().size() < nNeeded) {
+        if (m_astrBlocks.empty() || !m_astrBlocks.back().empty())
+            m_astrBlocks.emplace_back();
+        m_astrBlocks.back().reserve(std::max(BLOCK, nNeeded));
+    }
+    m_astrBlocks.back().append(reinterpret_cast<const char*>(&nLen), sizeof nLen).append(strData);
+    m_nAppended.store(nAppended + 1, std::memory_order_release);
+}
+
+int CQuorvelMsgQueue::Take(std::string& strData)
+{
+    // First without a mutex, so that asking again and again does not hinder the receive thread.
+    unsigned int nTaken = m_nTaken;
+    if (nTaken == m_nAppended)
+        return -1;
+    const std::lock_guard oLock(m_oMutexOut);
+    if (m_nPos == m_strBlock.size()) {
+        m_strBlock.clear();
+        m_nPos = 0;
+        const std::lock_guard oLockIn(m_oMutexIn);
+        if (m_astrBlocks.empty() || m_astrBlocks.front().empty())
+            return -1;
+        m_strBlock.swap(m_astrBlocks.front());
+        if (m_astrBlocks.size() > 1)
+            m_astrBlocks.pop_front();
+    }
+    unsigned int nLen = 0;
+    std::memcpy(&nLen, m_strBlock.data() + m_nPos, sizeof nLen);
+    strData.assign(m_strBlock, m_nPos + sizeof nLen, nLen);
+    m_nPos += sizeof nLen + nLen;
+    nTaken = m_nTaken + 1;
+    m_nTaken.store(nTaken, std::memory_order_release);
+    return static_cast<int>(m_nAppended - nTaken);
+}
+
+void CQuorvelMsgQueue::Clear()
+{
+    std::deque<std::string> astrRemoved; // both destroyed when the mutexes are free again
+    std::string strRemoved;
+    const std::lock_guard oLock(m_oMutexOut);
+    const std::lock_guard oLockIn(m_oMutexIn);
+    m_astrBlocks.swap(astrRemoved);
+    m_strBlock.swap(strRemoved);
+    m_nPos = 0;
+    m_nTaken = m_nAppended.load();
+}
+
+CQuorvelClientCANDll::CQuorvelClientCANDll(int nHandle, int nTimeout)
+    : CQuorvelClientCAN(nTimeout), m_nHandle(nHandle)
+{
+}
+
+CQuorvelClientCANDll::~CQuorvelClientCANDll()
+{
+    StopReception();
+    SetCallback(nullptr);
+    CANopenSetCallback(nullptr, nullptr, nullptr, nullptr, nullptr);
+}
+
+// The new callback is there before the old one goes, with a change counted in between: so the receive thread
+// never takes a switch for "no callback".
+void CQuorvelClientCANDll::SetCallback(FFrame pCallback)
+{
+    const CZelLock oLock(m_oMutexSetters);
+    m_pFrame = pCallback;
+    ++m_nFrameChanges;
+    m_pFrameEx = nullptr;
+}
+
+void CQuorvelClientCANDll::SetCallbackEx(FFrameEx pCallback)
+{
+    const CZelLock oLock(m_oMutexSetters);
+    m_pFrameEx = pCallback;
+    ++m_nFrameChanges;
+    m_pFrame = nullptr;
+}
+
+void CQuorvelClientCANDll::CANopenSetCallback(FPDO pPDO, FSYNC pSYNC, FEMCY pEMCY, FGUARD pGUARD,
+                                              FUNDEFINED pUNDEFINED)
+{
+    const CZelLock oLock(m_oMutexSetters);
+    m_pPDO = pPDO;
+    m_pSYNC = pSYNC;
+    m_pEMCY = pEMCY;
+    m_pGUARD = pGUARD;
+    m_pUNDEFINED = pUNDEFINED;
+}
+
+void CQuorvelClientCANDll::SetMaxSizePerQueue(unsigned int nSize)
+{
+    const CZelLock oLock(m_oMutexSetters);
+    CQuorvelMsgQueue* const apQueues[] = {&m_oQueuePDO,   &m_oQueueSYNC,      &m_oQueueEMCY,
+                                          &m_oQueueGUARD, &m_oQueueUNDEFINED, &m_oQueueFrame};
+    if (nSize != 0) {
+        for (CQuorvelMsgQueue* pQueue : apQueues)
+            pQueue->SetMaxSize(nSize);
+        m_bQueueing = true;
+    } else {
+        m_bQueueing = false;
+        for (CQuorvelMsgQueue* pQueue : apQueues)
+            pQueue->Clear();
+    }
+}
+
+unsigned short CQuorvelClientCANDll::GetTime(unsigned char nFlags, const char* pData, unsigned short nLen,
+                                             timeval& oTime)
+{
+    if ((nFlags & FLAG_TIMESTAMP) == 0) {
+        oTime = {};
+        Trace(LEVEL, UNIT, "CAN Message has no timestamp.");
+        return nLen;
+    }
+    if (nLen < TIMESTAMP_LENGTH)
+        return 0;
+    const auto nDataLen = static_cast<unsigned short>(nLen - TIMESTAMP_LENGTH);
+    unsigned int nSeconds = 0;
+    unsigned int nMicroSeconds = 0;
+    CQuorvelMsg::FromChar(nSeconds, pData + nDataLen);
+    CQuorvelMsg::FromChar(nMicroSeconds, pData + nDataLen + 4);
+    oTime.tv_sec = nSeconds;
+    oTime.tv_usec = nMicroSeconds;
+    return nDataLen;
+}
+
+bool CQuorvelClientCANDll::DataIndRespond(CQuorvelMsg* pMsg)
+{
+    switch (pMsg->GetCmdCode()) {
+    case 0x0203:
+        FrameInd(*pMsg);
+        break;
+    case 0x0264:
+        SYNCInd(*pMsg);
+        break;
+    case 0x0266:
+        EMCYInd(*pMsg);
+        break;
+    case 0x0267:
+        PDOInd(*pMsg);
+        break;
+    case 0x026C:
+        GUARDInd(*pMsg);
+        break;
+    case 0x026D:
+        UNDEFINEDInd(*pMsg);
+        break;
+    default:
+        break;
+    }
+    return false; // queues hold copies
+}
+
+void CQuorvelClientCANDll::FrameInd(const CQuorvelMsg& oMsg)
+{
+    const SFrame oFrame(oMsg.GetData());
+    if (oFrame.nLen > MAX_FRAME_LENGTH) {
+        Trace(LEVEL, UNIT, "Invalid CAN-Telegram received.");
+        return;
+    }
+    FFrame pFrame = nullptr;
+    FFrameEx pFrameEx = nullptr;
+    unsigned int nChanges = 0;
+    do {
+        nChanges = m_nFrameChanges;
+        pFrame = m_pFrame;
+        pFrameEx = m_pFrameEx;
+    } while (pFrame == nullptr && pFrameEx == nullptr && nChanges != m_nFrameChanges);
+
+    const char* const pData = oMsg.GetData().data() + FRAME_HEADER; // as long as nLen: see SFrame
+    if (pFrame != nullptr)
+        pFrame(oFrame.nIdentifier, pData, oFrame.nLen, oFrame.nFlags, m_nHandle);
+    else if (pFrameEx != nullptr)
+        pFrameEx(oFrame.nIdentifier, pData, oFrame.nLen, oFrame.nFlags, m_nHandle, oFrame.GetSeconds(),
+                 oFrame.GetMicroSeconds());
+    else
+        m_oQueueFrame.Append(oMsg, m_bQueueing);
+}
+
+void CQuorvelClientCANDll::SYNCInd(const CQuorvelMsg& oMsg)
+{
+    Trace(LEVEL, UNIT, "SYNC Indication.");
+    const CDataReader oData(oMsg.GetData());
+    if (const FSYNC pCallback = m_pSYNC)
+        pCallback(oData.Byte(0), m_nHandle, 0, 0);
+    else
+        m_oQueueSYNC.Append(oMsg, m_bQueueing);
+}
+
+void CQuorvelClientCANDll::EMCYInd(const CQuorvelMsg& oMsg)
+{
+    Trace(LEVEL, UNIT, "EMCY Indication.");
+    const CDataReader oData(oMsg.GetData());
+    if (const FEMCY pCallback = m_pEMCY) {
+        unsigned char anData[5];
+        oData.Copy(4, anData, sizeof anData);
+        pCallback(oData.Byte(0), ErrorCode(oData), oData.Byte(3), anData, m_nHandle, 0, 0);
+    } else {
+        m_oQueueEMCY.Append(oMsg, m_bQueueing);
+    }
+}
+
+void CQuorvelClientCANDll::PDOInd(const CQuorvelMsg& oMsg)
+{
+    Trace(LEVEL, UNIT, "PDO Indication.");
+    const CDataReader oData(oMsg.GetData());
+    if (const FPDO pCallback = m_pPDO) {
+        const unsigned char nLen = oData.Byte(2); // not limited: existing applications rely on it
+        const CReadable oReadable(oMsg.GetData(), 3, nLen);
+        pCallback(oData.Byte(0), oData.Byte(1), nLen, oReadable.Get(), m_nHandle, 0, 0);
+    } else {
+        m_oQueuePDO.Append(oMsg, m_bQueueing);
+    }
+}
+
+void CQuorvelClientCANDll::GUARDInd(const CQuorvelMsg& oMsg)
+{
+    Trace(LEVEL, UNIT, "GUARD Indication.");
+    const CDataReader oData(oMsg.GetData());
+    if (const FGUARD pCallback = m_pGUARD)
+        pCallback(oData.Byte(0), oData.Byte(1), m_nHandle, 0, 0);
+    else
+        m_oQueueGUARD.Append(oMsg, m_bQueueing);
+}
+
+void CQuorvelClientCANDll::UNDEFINEDInd(const CQuorvelMsg& oMsg)
+{
+    Trace(LEVEL, UNIT, "UNDEFINED Indication.");
+    const CDataReader oData(oMsg.GetData());
+    if (const FUNDEFINED pCallback = m_pUNDEFINED) {
+        const SFrame oFrame(oMsg.GetData());
+        const CReadable oReadable(oMsg.GetData(), FRAME_HEADER, oFrame.nAll);
+        pCallback(static_cast<int>(oFrame.nIdentifier), oData.Byte(0), oData.Byte(1), oFrame.nLen,
+                  oReadable.Get(), m_nHandle, oFrame.GetSeconds(), oFrame.GetMicroSeconds());
+    } else {
+        m_oQueueUNDEFINED.Append(oMsg, m_bQueueing);
+    }
+}
+
+int CQuorvelClientCANDll::CANGetMessage(int* pIdentifier, char* pData, unsigned char* pLen, int* pFlags,
+                                        int* pSeconds, int* pMicroSeconds)
+{
+    return ReadFrom(m_oQueueFrame, [=](const std::string& strData) {
+        const SFrame oFrame(strData);
+        Put(pIdentifier, static_cast<int>(oFrame.nIdentifier));
+        // Signed here, unlike in the callbacks: existing applications rely on it.
+        Put(pFlags, static_cast<int>(static_cast<signed char>(oFrame.nFlags)));
+        Put(pLen, std::min(oFrame.nLen, MAX_FRAME_LENGTH));
+        // The time stamp's bytes too: existing applications rely on it.
+        CDataReader(strData).Copy(FRAME_HEADER, pData, oFrame.nAll);
+        Put(pSeconds, oFrame.GetSeconds());
+        Put(pMicroSeconds, oFrame.GetMicroSeconds());
+    });
+}
+
+int CQuorvelClientCANDll::CANopenGetPDO(unsigned char* pNodeID, unsigned char* pPDOType, unsigned char* pLen,
+                                        char* pData)
+{
+    return ReadFrom(m_oQueuePDO, [=](const std::string& strData) {
+        const CDataReader oData(strData);
+        const unsigned char nLen = std::min(oData.Byte(2), MAX_LENGTH);
+        Put(pNodeID, oData.Byte(0));
+        Put(pPDOType, oData.Byte(1));
+        Put(pLen, nLen);
+        oData.Copy(3, pData, nLen);
+    });
+}
+
+int CQuorvelClientCANDll::CANopenGetSYNC(unsigned char* pValue)
+{
+    return ReadFrom(m_oQueueSYNC,
+                    [=](const std::string& strData) { Put(pValue, CDataReader(strData).Byte(0)); });
+}
+
+int CQuorvelClientCANDll::CANopenGetEMCY(unsigned char* pNodeID, unsigned short* pErrorCode,
+                                         unsigned char* pErrorRegister, unsigned char* pData)
+{
+    return ReadFrom(m_oQueueEMCY, [=](const std::string& strData) {
+        const CDataReader oData(strData);
+        Put(pNodeID, oData.Byte(0));
+        Put(pErrorCode, ErrorCode(oData));
+        Put(pErrorRegister, oData.Byte(3));
+        oData.Copy(4, pData, 5);
+    });
+}
+
+int CQuorvelClientCANDll::CANopenGetGUARD(unsigned char* pNodeID, unsigned char* pState)
+{
+    return ReadFrom(m_oQueueGUARD, [=](const std::string& strData) {
+        const CDataReader oData(strData);
+        Put(pNodeID, oData.Byte(0));
+        Put(pState, oData.Byte(1));
+    });
+}
+
+int CQuorvelClientCANDll::CANopenGetUndefined(int* pIdentifier, unsigned char* pByte0, unsigned char* pByte1,
+                                              unsigned char* pLen, char* pData, int* pSeconds,
+                                              int* pMicroSeconds)
+{
+    return ReadFrom(m_oQueueUNDEFINED, [=](const std::string& strData) {
+        const CDataReader oData(strData);
+        const SFrame oFrame(strData);
+        Put(pIdentifier, static_cast<int>(oFrame.nIdentifier));
+        Put(pByte0, oData.Byte(0));
+        Put(pByte1, oData.Byte(1));
+        Put(pLen, std::min(oFrame.nLen, MAX_LENGTH));
+        // All bytes behind the header, however long: existing applications rely on it.
+        oData.Copy(FRAME_HEADER, pData, oFrame.nAll);
+        Put(pSeconds, oFrame.GetSeconds());
+        Put(pMicroSeconds, oFrame.GetMicroSeconds());
+    });
+}
