@@ -123,10 +123,10 @@ int CQuorvelClientTestSystemCOM::SendFile(const std::string& strPath, unsigned i
     int nRC = oFirst.Exchange(0x0DD3, CQuorvelMsg::ToChar(nCRC) +
                                           CQuorvelMsg::ToChar(static_cast<unsigned int>(nSize)) +
                                           ToShortText(GetFileName(strPath)) + strPiece);
-    // A file that has become shorter ends the transfer while the gateway still asks for more.
-    while (nRC == RC_NEXT_PIECE && (nRest -= strPiece.size()) > 0) {
+    while (nRC == RC_NEXT_PIECE) {
+        nRest -= strPiece.size();
         ReadPiece(oFile, strPiece, std::min(PIECE, nRest));
-        if (strPiece.empty())
+        if (strPiece.empty()) // the end, which may have come nearer meanwhile
             break;
         nRC = CCommand(*this, UNIT).Exchange(0x0DD4, strPiece);
     }

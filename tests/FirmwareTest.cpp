@@ -1,8 +1,7 @@
-// Maintenance of a gateway: requests, decoding, and new firmware for a simulated one.
+// Maintenance of a gateway: requests and decoding. A whole update is examples/firmware_update.cpp.
 
 #include "ConnectedTest.h"
 #include "QuorvelClientFirmware.h"
-#include "SimGatewayFirmware.h"
 
 #include <gtest/gtest.h>
 
@@ -117,30 +116,4 @@ TEST_F(FirmwareTest, DeviceInformation)
     EXPECT_EQ("3.4", oInfo.GetHWVersionString());
     EXPECT_EQ(0U, oInfo.nSWVersion);
     EXPECT_EQ('\0', oInfo.acReserved[243]);
-}
-
-TEST(FirmwareRunTest, NewFirmwareForASimulatedGateway)
-{
-    CSimGatewayFirmware oGateway;
-    std::string strError;
-    ASSERT_TRUE(oGateway.Start(OwnAddress(), 5099, &strError)) << strError;
-    CQuorvelClientFirmware oClient(5000);
-    ASSERT_EQ(0, oClient.Connect(OwnAddress().c_str(), 0, 1, true)); // the kind's own port
-    int nSize = 0;
-    SInfo oInfo{};
-    EXPECT_EQ(0, oClient.GetEEPromInfo(nSize) | oClient.GetInfo(oInfo));
-    EXPECT_EQ(65536, nSize);
-    EXPECT_EQ("KTV-GW 1.2, 1.0", oInfo.GetHWVersionString() + ", " + oInfo.GetSWVersionString());
-    const std::string strImage = std::string(2048, 'a') + std::string(2048, 'b');
-    EXPECT_EQ(0xFF, oClient.WriteFlash(1, strImage.data()));
-    EXPECT_EQ(0, oClient.ClearFlash() | oClient.WriteFlash(0, strImage.data()) |
-                     oClient.WriteFlash(1, strImage.data() + 2048));
-    EXPECT_EQ(strImage + "\xFF", oGateway.PeekFlash(0, 4097));
-    oInfo.nSWVersion = 0x00020003;
-    EXPECT_EQ(0, oClient.SetInfo(oInfo) | oClient.Restart());
-    EXPECT_EQ("00 00 03 e9 80 01 00 02 00 02 00 03 00", ToHex(oGateway.PeekEEPROM(0, 13)));
-    EXPECT_TRUE(WaitUntil([&] { return oClient.GetConnectState() == 0; }));
-    EXPECT_TRUE(WaitUntil([&] { return oClient.Connect(OwnAddress().c_str(), 5099, 1, true) == 0; }));
-    EXPECT_EQ(0, oClient.GetInfo(oInfo));
-    EXPECT_EQ("2.3", oInfo.GetSWVersionString());
 }

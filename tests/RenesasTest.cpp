@@ -1,9 +1,7 @@
-// The Renesas programmer: requests, decoding, and a whole run against the simulated target.
+// The Renesas programmer: requests and decoding. A whole run is examples/renesas_flash.cpp.
 
 #include "ConnectedTest.h"
-#include "DeviceManager.h"
 #include "QuorvelClientRenesas.h"
-#include "SimGatewayRenesas.h"
 
 #include <gtest/gtest.h>
 
@@ -89,31 +87,4 @@ TEST_F(RenesasTest, OutputsAreFilledWhateverTheResult)
         EXPECT_EQ(oCase.nRead, nRead);
         EXPECT_EQ(oCase.nChecksum, nChecksum);
     }
-}
-
-TEST(RenesasRunTest, ProgramsATargetThroughItsHandle)
-{
-    CSimGatewayRenesas oGateway;
-    oGateway.SetID("SECRET7");
-    std::string strError;
-    ASSERT_TRUE(oGateway.Start(OwnAddress(), 5008, &strError)) << strError;
-    int nHandle = 0;
-    ASSERT_EQ(0, CDeviceManager::OpenDevice(&nHandle, OwnAddress().c_str(), 5000, 9, 0, 1, true));
-    auto& oClient = dynamic_cast<CQuorvelClientRenesas&>(*CDeviceManager::GetDevice(nHandle)->m_pClient);
-    unsigned short nSum = 0;
-    std::string strPage(256, '\0');
-    unsigned short nRead = 0;
-    EXPECT_EQ(0x0920, oClient.EraseAll()); // no run has begun
-    EXPECT_EQ(0, oClient.Init() | oClient.SetBaudrate(3));
-    EXPECT_EQ(0x0921, oClient.CheckID("SECRET", 6));
-    EXPECT_EQ(0, oClient.CheckID("SECRET7", 7) | oClient.EraseAll() | oClient.WritePage(2, "hello", 5));
-    EXPECT_EQ(0x0923, oClient.WritePage(2, "again", 5));
-    EXPECT_EQ(0, oClient.ReadPage(2, strPage.data(), 256, nRead));
-    EXPECT_EQ(256, nRead);
-    EXPECT_EQ("hello" + std::string(251, '\0'), strPage);
-    EXPECT_EQ(strPage, oGateway.Peek(512, 256));
-    EXPECT_EQ(0, oClient.VerifyCheck(0x200, 0x205, nSum));
-    EXPECT_EQ(0x214, nSum); // h + e + l + l + o
-    EXPECT_EQ(0, oClient.BlockErase(0) | oClient.WritePage(2, "again", 5) | oClient.Complete());
-    EXPECT_EQ(0, CDeviceManager::CloseDevice(nHandle));
 }
