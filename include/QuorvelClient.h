@@ -36,8 +36,8 @@
  * confirmation, because the receive thread could not deliver it; sending without waiting, and closing, are
  * allowed. See docs/threads.md.
  *
- * A derived class whose DataIndRespond uses members of its own calls StopReception at the start of its
- * destructor. A client must not be deleted from within its own indication; close it there instead.
+ * Every derived class calls StopReception at the start of its destructor, so that no indication meets an object
+ * that is half gone. A client must not be deleted from within its own indication; close it there instead.
  */
 class QUORVEL_API CQuorvelClient
 {
