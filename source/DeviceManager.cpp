@@ -1,5 +1,6 @@
 #include "DeviceManager.h"
 
+#include "QuorvelClientAWire.h"
 #include "QuorvelClientSPI.h"
 #include "Trace.h"
 #include "support/ZelTools.h"
@@ -30,6 +31,8 @@ std::unique_ptr<CQuorvelClient> CreateClient(unsigned char nDeviceType, int nTim
     switch (nDeviceType) {
     case eDeviceSPI:
         return std::make_unique<CQuorvelClientSPI>(nTimeout);
+    case eDeviceAWire:
+        return std::make_unique<CQuorvelClientAWire>(nTimeout);
     default:
         return nullptr;
     }
