@@ -206,6 +206,8 @@ void CSimConnection::Handle(const SSimTelegram& oRequest)
 
 void CSimConnection::Proceed(unsigned short nCmdCode, short nID, SSimAnswer oAnswer)
 {
+    if (oAnswer.bNone)
+        return;
     if (!oAnswer.fnContinue) {
         Finish(nCmdCode, nID, oAnswer);
         return;

@@ -31,6 +31,7 @@ struct SSimRequest {
     unsigned char nCommand;     ///< command number
     const std::string& strData; ///< data bytes
     unsigned nConnection;       ///< number of the connection it came on, for SendIndication
+    short nID;                  ///< telegram id
 };
 
 /**
@@ -46,6 +47,7 @@ struct SSimAnswer {
     unsigned char nResult; ///< first data byte of the confirmation
     std::string strData;   ///< what follows it; at most CSimGateway::nMaxAnswer bytes
     bool bRestart = false; ///< restarts the gateway once the answer is sent
+    bool bNone = false;    ///< there is no answer at all, and none is counted
     /// When set, the answer is not there yet: the function is called at oDue, with the device locked.
     std::function<SSimAnswer()> fnContinue;
     TSimTime oDue{};

@@ -1,6 +1,7 @@
 #include "Simulator.h"
 
 #include "SimGatewayAD.h"
+#include "SimGatewayAWire.h"
 #include "SimGatewayDIO.h"
 #include "SimGatewaySPI.h"
 
@@ -12,6 +13,7 @@ CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned sho
     m_aoGateways.push_back(std::make_unique<CSimGatewaySPI>());
     m_aoGateways.push_back(std::make_unique<CSimGatewayDIO>());
     m_aoGateways.push_back(std::make_unique<CSimGatewayAD>());
+    m_aoGateways.push_back(std::make_unique<CSimGatewayAWire>());
 }
 
 CSimulator::~CSimulator()

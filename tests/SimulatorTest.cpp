@@ -655,7 +655,7 @@ TEST(SimulatorProgram, ServesUntilItIsTold)
         CProgram oProgram({"--address", strAddress, "--port-index", "98", "--verbose", "--fault", "5:drop@1",
                            "--fault", "DIO:refuse=2", "--max-connections", "3"});
         EXPECT_EQ(oProgram.Line(),
-                  "quorvel-sim 1.0.0 ready on " + strAddress + ": SPI=14802 DIO=14804 AD=14806");
+                  "quorvel-sim 1.0.0 ready on " + strAddress + ": SPI=14802 DIO=14804 AD=14806 AWire=14813");
         {
             const CClient oClient(strAddress, 14804);
             oClient.Send(Bytes("05 00 40 05 01 00 44 05 00 40 05 02 00 47"));
@@ -682,7 +682,8 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
     } aoRows[] = {
         {{"--version"}, "quorvel-sim 1.0.0\n", "", 0},
         {{"--list", "--port-index", "1"},
-         "kind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n",
+         "kind 3  SPI  port 5102\nkind 5  DIO  port 5104\nkind 7  AD  port 5106\n"
+         "kind 14  AWire  port 5113\n",
          "",
          0},
         {{"--address", "0.0.0.0"}, "", "'0.0.0.0' is not within 127.0.0.0/8", 2},
