@@ -279,8 +279,8 @@ SSimAnswer CSimGateway::Handle(const SSimTelegram& oRequest, const CSimConnectio
     if (oRequest.nCmdCode >> 8 != (m_nKind & 0x7F))
         return SSimAnswer(eSimResultFailed);
     const std::lock_guard oLock(m_oMutexDevice);
-    return Execute(
-        {static_cast<unsigned char>(oRequest.nCmdCode & 0xFF), oRequest.strData, oConnection.GetNumber()});
+    return Execute({static_cast<unsigned char>(oRequest.nCmdCode & 0xFF), oRequest.strData,
+                    oConnection.GetNumber(), oRequest.nID});
 }
 
 SSimAnswer CSimGateway::Continue(const std::function<SSimAnswer()>& fnContinue)

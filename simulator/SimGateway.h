@@ -31,6 +31,7 @@ struct SSimRequest {
     unsigned char nCommand;     ///< command number
     const std::string& strData; ///< data bytes
     unsigned nConnection;       ///< number of the connection it came on, for SendIndication
+    short nID;                  ///< telegram id
 };
 
 /**

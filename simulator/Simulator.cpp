@@ -1,6 +1,7 @@
 #include "Simulator.h"
 
 #include "SimGatewayAD.h"
+#include "SimGatewayAWire.h"
 #include "SimGatewayCAN.h"
 #include "SimGatewayDIO.h"
 #include "SimGatewayFirmware.h"
@@ -28,6 +29,7 @@ CSimulator::CSimulator(std::string strAddress, unsigned nPortIndex, unsigned sho
     Add<CSimGatewayTestBox>(eDeviceTestSystemIO);
     Add<CSimGatewayTestBox>(eDeviceTestSystemPWR);
     Add<CSimGatewayTestCOM>();
+    Add<CSimGatewayAWire>();
     Add<CSimGatewayTestBox>(eDeviceTestSystemRelay);
     Add<CSimGatewayFirmware>();
 }

@@ -39,6 +39,9 @@ class CCommand
     // Sends the request and waits. The result is the exchange's, or else what the confirmation says.
     int Exchange(unsigned short nCmdCode, std::string strData = {}, const unsigned int* pTimeout = nullptr);
 
+    // Traces the request and gives it the next telegram id, for those who send it themselves.
+    CQuorvelMsg Request(unsigned short nCmdCode, std::string&& strData);
+
     // Sends the request and does not wait.
     int Send(unsigned short nCmdCode, std::string strData, short& nID);
 
@@ -52,7 +55,6 @@ class CCommand
     CDataReader Data() const;
 
   private:
-    CQuorvelMsg Request(unsigned short nCmdCode, std::string&& strData);
     int Take(int nRC, CQuorvelMsg* pCnf);
 
     CQuorvelClient& m_oClient;

@@ -1,5 +1,6 @@
 #include "DeviceManager.h"
 
+#include "QuorvelClientAWire.h"
 #include "QuorvelClientCANDll.h"
 #include "QuorvelClientI2C.h"
 #include "QuorvelClientRenesas.h"
@@ -51,6 +52,8 @@ std::unique_ptr<CQuorvelClient> CreateClient(unsigned char nDeviceType, int nHan
         return std::make_unique<CQuorvelClientTestSystemCOM>(nTimeout);
     case eDeviceTestSystemRelay:
         return std::make_unique<CQuorvelClientTestSystemRelay>(nTimeout);
+    case eDeviceAWire:
+        return std::make_unique<CQuorvelClientAWire>(nTimeout);
     default:
         return nullptr;
     }

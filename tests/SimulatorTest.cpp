@@ -406,7 +406,7 @@ TEST(SimulatorProgram, ServesUntilItIsTold)
                           " --max-connections 3 --i2c-memories 24c16");
         EXPECT_EQ(oProgram.Line(), "quorvel-sim 1.0.0 ready on " + strAddress +
                                        ": I2C=14800 CAN=14801 SPI=14802 DIO=14804 AD=14806 Renesas=14808 "
-                                       "IO=14810 PWR=14811 COM=14812 "
+                                       "IO=14810 PWR=14811 COM=14812 AWire=14813 "
                                        "Relay=14816 Firmware=14899");
         {
             const CClient oClient(strAddress, 14804);
@@ -432,7 +432,8 @@ TEST(SimulatorProgram, RefusesWhatItCannotDo)
          "kind 1  I2C  port 5100\nkind 2  CAN  port 5101\nkind 3  SPI  port 5102\nkind 5  DIO  port "
          "5104\nkind 7  AD  port 5106\n"
          "kind 9  Renesas  port 5108\nkind 11  IO  port 5110\nkind 12  PWR  port 5111\n"
-         "kind 13  COM  port 5112\nkind 17  Relay  port 5116\nkind 0  Firmware  port 5199\n",
+         "kind 13  COM  port 5112\nkind 14  AWire  port 5113\nkind 17  Relay  port 5116\nkind 0  Firmware  "
+         "port 5199\n",
          "", 0},
         {"--address 0.0.0.0", "", "'0.0.0.0' is not within 127.0.0.0/8", 2},
         {"--port-index 100", "", "--port-index", 2},
