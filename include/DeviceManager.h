@@ -50,7 +50,9 @@ class QUORVEL_API CDeviceManager
      * used up, but leads nowhere, when the kind is unknown; untouched when the port index is invalid
      * @param pcIPAddress  IPv4 or IPv6 address or host name
      * @param nTimeout     the client's time-out in milliseconds
-     * @param nDeviceType  device kind: 1 (CQuorvelClientI2C), 2 (CQuorvelClientCANDll), 3 (CQuorvelClientSPI)
+     * @param nDeviceType  device kind: 1 (CQuorvelClientI2C), 2 (CQuorvelClientCANDll), 3 (CQuorvelClientSPI),
+     *                     9 (CQuorvelClientRenesas), 11, 12, 13 and 17 (CQuorvelClientTestSystemIO, ...PWR,
+     *                     ...COM and ...Relay), 14 (CQuorvelClientAWire)
      * @param nPortIndex   0 to 99; the TCP port is 4999 + kind + 100 x index
      * @param nProtocol    protocol selector, 1
      * @param bConnectFlag connect flag
