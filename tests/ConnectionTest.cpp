@@ -182,6 +182,7 @@ TEST(ConnectionTest, LosingThePeerIsToldAndTheObjectConnectsAgain)
     CRecorder oConnection;
     for (const bool bReset : {false, true}) {
         ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+        ASSERT_TRUE(oPeer.WaitForClient(bReset ? 2 : 1));
         oPeer.Send(Hex("05 00 01 02 03 04 05 10 00 01")); // the second one is never finished
         ASSERT_TRUE(oConnection.WaitForTelegrams(bReset ? 2 : 1));
         bReset ? oPeer.Reset() : oPeer.Close();
