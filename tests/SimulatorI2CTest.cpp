@@ -122,8 +122,7 @@ TEST(SimulatorI2CTest, MemoriesInEveryAddressingMode)
         {"24c02,24c03",
          "'24c03' is not a type of memory; there are 24c02 24c256 24c512 24c04 24c08 24c16 24x400 24c1025 "
          "24x600 24x700"},
-        {"24c08@2", "'24c08@2': the chip number is 0 to 1"},
-    };
+        {"24c08@2", "'24c08@2': the chip number is 0 to 1"}};
     for (const auto& [pList, pError] : aoBad) {
         std::string strError;
         EXPECT_FALSE(oI2C->SetMemories(pList, strError));
@@ -171,5 +170,6 @@ TEST(SimulatorI2CTest, Thermometer)
     oI2C.Talk("0114 07 00 90 00 02 00 01 01 91 00 03 00 90 00 01 00 02 91 00 02 00 "
               "90 00 03 00 03 51 80 91 00 02 00 90 00 01 00 00=00 00 00 01 01 01 4b 00 51 80;"
               "0111 90 00 00 10=20 02 00");
+    oSensor.SetTemperature(40);
     EXPECT_EQ(Read(), "00 1e 00"); // shut down it keeps what it measured last
 }
