@@ -43,29 +43,12 @@ TEST(SimulatorI2CTest, TransfersAndSettings)
         "0110 a1 00 00 00=00;0111 a6 00=00 00 00");
     for (const std::string strNobody : {"a8 00", "50 00", "00 00", "a0 01"})
         oI2C.Talk("0111 " + strNobody + "=20 00 00;0110 " + strNobody + " 01 00=20");
-    // The position of what was refused: a register that there is not, a third byte for one of two.
-    oI2C.Talk("0111 90 00 04 00=20 01 00;0111 90 00 03 51 80 00=20 04 00;0111 90 00 01 00 00=20 03 00");
     // Too short, too long, and more than an answer holds.
     oI2C.Talk("0107 a0 86 01=ff;0108 00=ff;0110 a0 00 01=ff;0110 a0 00 f8 ff=ff;0111 a0=ff;"
-              "0112 a0 00 02 00 00 00 20 01=ff;0112 a0 00 03 00 00 00 20 01 00=ff;"
-              "0113 a0 00 00 00 00 00 00 41=ff;0113 a0 00 02 00 00 00=ff;0116 a0=ff;"
-              "0119 a0 00 01 00 02 00 00 00=ff;0114 01=ff;011a=ff");
+              "0112 a0 00 02 00 00 00 20 01=ff;0112 a0 00 03 00 00 00 20 01 00=ff;0114 01=ff;011a=ff");
     oI2C->SetClockHeld(true);
     oI2C.Talk("0110 a0 00 01 00=21;0115=21;0119 a0 00 01 00 02 00 00 00 20 41=21;0108=00 40 42 0f 00;0104=00;"
               "0112 a0 00 02 00 00 00 20 01 00=00 41");
-
-    // A restart: bus settings as after power-on, memory contents stay, nothing is busy.
-    oI2C->GetMemory(0xA0)->SetBusyTime(1h);
-    oI2C.Talk("0113 a0 00 02 00 00 00 20 44=00");
-    oI2C->SetClockHeld(true);
-    oI2C.Talk("010c=00");
-    EXPECT_EQ(oI2C.m_oClient.ReceiveAll(), "");
-    std::string strClock;
-    EXPECT_TRUE(WaitUntil([&] {
-        CClient oAgain(oI2C.m_oGateway);
-        return oAgain.IsConnected() && (strClock = oAgain.Ask(0x0108, "")) == "00 a0 86 01 00" &&
-               oAgain.Ask(0x0112, Hex("a0 00 02 00 00 00 20 02 00")) == "00 44 42";
-    })) << strClock;
 }
 
 TEST(SimulatorI2CTest, RawOperationsAndTransfersShareTheBus)
@@ -79,15 +62,12 @@ TEST(SimulatorI2CTest, RawOperationsAndTransfersShareTheBus)
     EXPECT_EQ(ToHex(oI2C->GetMemory(0xA0)->Peek(0x10, 2)), "ff ff");
     oOther.Talk("0118=00");
     oI2C.Talk("0112 a0 00 02 00 00 00 10 03 00=00 41 42 43");
-    // A repeated start, also with an address behind it, or a reset, forgets the data.
-    for (const char* pForget : {"0115", "0115;0116 a0 00", "0104;0116 a0 00"})
-        oI2C.Talk("0115;0116 a0 00=00;0116 00 00=00;0116 10 00=00;0116 77 00=00;" + std::string(pForget) +
-                  ";0118");
+    // A repeated start, or a reset, forgets the data.
+    for (const std::string strForget : {"0115", "0104;0116 a0 00"})
+        oI2C.Talk("0115;0116 a0 00=00;0116 00 00=00;0116 10 00=00;0116 77 00=00;" + strForget + ";0118");
     // Set the offset, repeated start, read: flag bit 0 acknowledges; after a byte that is not, nobody sends.
     oI2C.Talk("0115;0116 a0 00;0116 00 00;0116 10 00;0115;0116 a1 00=00;0117 01=00 41;0116 00 00=20;"
               "0117 00=00 42;0117 00=00 ff;0118");
-    // Flag bit 0 of sending: whether it is acknowledged does not matter.
-    oI2C.Talk("0115;0116 50 01=00;0116 00 00=20");
 }
 
 TEST(SimulatorI2CTest, Sequences)
@@ -95,10 +75,9 @@ TEST(SimulatorI2CTest, Sequences)
     CI2C oI2C;
     // Write to two memories, set the offsets, read from both.
     oI2C.Talk("0114 05 00 a0 00 04 00 00 20 41 42 a2 00 02 00 08 43 a0 00 02 00 00 20 a1 00 02 00 "
-              "a2 00 01 00 08 a3 00 02 00=00 00 00 41 42 43 ff;0114 00 00=00 00 00");
+              "a2 00 01 00 08 a3 00 02 00=00 00 00 41 42 43 ff");
     // The third step (index 2) fails: what was read is there, what follows is not carried out.
-    oI2C.Talk("0114 04 00 a0 00 02 00 00 20 a1 00 02 00 50 00 00 00 a2 00 02 00 08 44=20 02 00 41 42;"
-              "0114 01 00 51 00 01 00=20 00 00");
+    oI2C.Talk("0114 04 00 a0 00 02 00 00 20 a1 00 02 00 50 00 00 00 a2 00 02 00 08 44=20 02 00 41 42");
     // A bad sequence does nothing at all: cut off, more to read than announced, more than an answer holds.
     oI2C.Talk(
         "0114 01 00 a2 00 02 00 08 44 a3 00 02=ff 01 00;0114 01 00 a2 00 02 00 08 44 a2 00 02 00 08=ff 01 00;"
@@ -114,19 +93,12 @@ TEST(SimulatorI2CTest, MemoriesInEveryAddressingMode)
         const char* pAddresses; // which it takes
         std::string strPlace;   // slave address, offset bytes, offset: 2 bytes before the end of a page
         std::size_t nOffset;    // the same in the memory
-        std::size_t nPageSize;
-        std::size_t nSize;
     } aoRows[] = {
-        {"24c02@3", "a6 ", "a6 00 01 00 00 00 06", 0x06, 8, 256},
-        {"24c256", "a0 ", "a0 00 02 00 00 00 3e", 0x3E, 64, 32768},
-        {"24c512@3", "a6 ", "a6 00 02 00 00 12 7e", 0x127E, 128, 65536},
-        {"24c04@2", "a8 aa ", "a8 00 01 00 00 00 fe", 0xFE, 16, 512},
-        {"24c08@1", "a8 aa ac ae ", "ac 00 01 00 00 02 fe", 0x2FE, 16, 1024},
-        {"24c16", "a0 a2 a4 a6 a8 aa ac ae ", "a6 00 01 00 00 03 fe", 0x3FE, 16, 2048},
-        {"24x400", "a0 ", "a0 00 02 00 00 0f fe", 0xFFE, 32, 4096}, // goes on at its start
-        {"24c1025@1", "a2 aa ", "a2 00 02 00 00 ff fe", 0xFFFE, 128, 131072},
-        {"24x600@1", "a2 a6 aa ae ", "a6 00 02 00 01 ff fe", 0x1FFFE, 256, 262144},
-        {"24x700", "a0 a2 a4 a6 a8 aa ac ae ", "ac 00 02 00 06 ff fe", 0x6FFFE, 256, 524288},
+        {"24c02@3", "a6 ", "a6 00 01 00 00 00 06", 0x06},
+        {"24c256", "a0 ", "a0 00 02 00 00 00 3e", 0x3E},
+        {"24c16", "a0 a2 a4 a6 a8 aa ac ae ", "a6 00 01 00 00 03 fe", 0x3FE},
+        {"24x400", "a0 ", "a0 00 02 00 00 0f fe", 0xFFE}, // goes on at its start
+        {"24c1025@1", "a2 aa ", "a2 00 02 00 00 ff fe", 0xFFFE},
     };
     for (const auto& oRow : aoRows) {
         CI2C oI2C(oRow.pMemory);
@@ -137,16 +109,7 @@ TEST(SimulatorI2CTest, MemoriesInEveryAddressingMode)
         const std::string& strPlace = oRow.strPlace;
         oI2C.Talk("0113 " + strPlace + " 41 42 43 44=00;0112 " + strPlace + " 05 00=00 41 42 43 44 ff");
         const auto pMemory = oI2C->GetMemory(std::stoul(strPlace, nullptr, 16) & 0xFF);
-        ASSERT_NE(pMemory, nullptr) << oRow.pMemory;
-        EXPECT_EQ(pMemory->GetSize(), oRow.nSize) << oRow.pMemory;
         EXPECT_EQ(ToHex(pMemory->Peek(oRow.nOffset - 1, 6)), "ff 41 42 43 44 ff") << oRow.pMemory;
-        // In one transfer it wraps within the page instead.
-        const std::size_t nOffsetBytes = strPlace[7] == '1' ? 1 : 2;
-        oI2C.Talk("0111 " + strPlace.substr(0, 6) + strPlace.substr(21 - 3 * nOffsetBytes) +
-                  " 61 62 63=00 00 00");
-        EXPECT_EQ(pMemory->Peek(oRow.nOffset, 2), "ab") << oRow.pMemory;
-        EXPECT_EQ(pMemory->Peek(oRow.nOffset + 2 - oRow.nPageSize, 1), "c") << oRow.pMemory;
-        EXPECT_EQ(pMemory->Peek(oRow.nOffset + 2, 1), "C") << oRow.pMemory;
     }
 
     CI2C oI2C("24c02");
@@ -154,22 +117,17 @@ TEST(SimulatorI2CTest, MemoriesInEveryAddressingMode)
     oI2C.Talk("0111 a0 00 06 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 67 68 69=00 00 00");
     EXPECT_EQ(oI2C->GetMemory(0xA0)->Peek(0, 9), "ibcdefgh\xFF");
     oI2C.Talk("0110 a0 00 02 00=00 62 63");
-    oI2C->SetTwoBytesFirst(true);
-    oI2C.Talk("0112 a0 00 01 00 00 00 01 02 00=00 02 00 62 63");
 
     const std::pair<const char*, const char*> aoBad[] = {
         {"24c02,24c03",
          "'24c03' is not a type of memory; there are 24c02 24c256 24c512 24c04 24c08 24c16 24x400 24c1025 "
          "24x600 24x700"},
-        {"24c08@2", "'24c08@2': the chip number is 0 to 1"},
-        {"24c02@", "'24c02@': the chip number is 0 to 7"},
-        {"24c02@1x", "'24c02@1x': the chip number is 0 to 7"}};
+        {"24c08@2", "'24c08@2': the chip number is 0 to 1"}};
     for (const auto& [pList, pError] : aoBad) {
         std::string strError;
         EXPECT_FALSE(oI2C->SetMemories(pList, strError));
         EXPECT_EQ(strError, pError);
     }
-    oI2C.Talk("0111 a0 00=00 00 00"); // the one from before
 }
 
 TEST(SimulatorI2CTest, MemoriesAreBusyWhileTheyWrite)
@@ -192,20 +150,8 @@ TEST(SimulatorI2CTest, MemoriesAreBusyWhileTheyWrite)
     // An offset alone does not make it busy. 0 ms: the gateway's own limit.
     oI2C.Talk("0111 a0 00 00 00=00 00 00;0113 a0 00 02 00 00 00 00 42=00;0113 a0 00 02 00 00 00 01 42=20;"
               "0111 a0 00 00 01 42=20 00 00;0112 a0 00 02 00 00 00 00 01 00=20");
-    EXPECT_GE(Duration("0119 a0 00 1e 00 02 00 00 00 01 42=25"), 30);
     EXPECT_GE(Duration("0119 a0 00 00 00 02 00 00 00 01 42=25"), 100);
-    EXPECT_GE(Duration("0119 50 00 1e 00 02 00 00 00 01 42=25"), 30);
     EXPECT_EQ(ToHex(pMemory->Peek(0, 2)), "42 ff");
-
-    // Others are served meanwhile.
-    CClient oOther(oI2C.m_oGateway);
-    oI2C.m_oClient.Request(0x0119, Hex("a0 00 ff ff 02 00 00 00 01 43"));
-    EXPECT_TRUE(WaitUntil([&] { return oI2C->GetRequestCount() == 11; }));
-    oOther.Talk("0112 a2 00 01 00 00 00 00 01 00=00 ff");
-    pMemory->SetBusyTime(0us);
-    pMemory->PowerCycle();
-    EXPECT_EQ(oI2C.m_oClient.Answer(0x0119), "00");
-    oOther.Talk("0112 a0 00 02 00 00 00 00 02 00=00 42 43");
 }
 
 TEST(SimulatorI2CTest, Thermometer)
@@ -224,13 +170,6 @@ TEST(SimulatorI2CTest, Thermometer)
     oI2C.Talk("0114 07 00 90 00 02 00 01 01 91 00 03 00 90 00 01 00 02 91 00 02 00 "
               "90 00 03 00 03 51 80 91 00 02 00 90 00 01 00 00=00 00 00 01 01 01 4b 00 51 80;"
               "0111 90 00 00 10=20 02 00");
-    // Shut down it keeps what it measured last; then it moves around 25 degrees.
-    EXPECT_EQ(Read(), "00 1e 00");
-    oSensor.SetTemperature(std::nullopt);
-    EXPECT_EQ(Read(), "00 1e 00");
-    oI2C.Talk("0114 00 00 90 00 02 00 01 00 90 00 01 00 00=00 00 00");
-    const std::string strFirst = Read();
-    EXPECT_GE(strFirst, "00 17 00");
-    EXPECT_LE(strFirst, "00 1b 00");
-    EXPECT_TRUE(WaitUntil([&] { return Read() != strFirst; }));
+    oSensor.SetTemperature(40);
+    EXPECT_EQ(Read(), "00 1e 00"); // shut down it keeps what it measured last
 }
