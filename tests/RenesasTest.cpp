@@ -18,7 +18,6 @@ TEST_F(RenesasTest, RequestsAndResults)
 {
     char acBuffer[4] = {};
     unsigned short n = 0;
-    unsigned int nWord = 0;
     auto& o = m_oClient;
     Check([&] { return o.Init(); }, "05 00 20 09 02 00 2b", "4" + UNIT + "INIT");
     Check([&] { return o.Complete(); }, "05 00 27 09 02 00 2c", "4" + UNIT + "COMPLETE");
@@ -38,10 +37,6 @@ TEST_F(RenesasTest, RequestsAndResults)
     Check([&] { return o.GetVersion(acBuffer, 4); }, "05 00 26 09 02 00 2d", "8" + UNIT + "GET VERSION");
     Check([&] { return o.VerifyCheck(0xAB00, 0xCDFF, n); }, "09 00 28 09 02 00 00 ab ff cd ba",
           "8" + UNIT + "VERIFY CHECK", ",start address=0xab00,end address=0xcdff");
-    Check([&] { return o.ReadDigital(nWord, nWord); }, "05 00 40 09 02 00 4b",
-          "4 source/QuorvelClient: READ DIGITAL");
-    Check([&] { return o.WriteDigital(0x0A0B0C0D); }, "09 00 41 09 02 00 0d 0c 0b 0a 4a",
-          "4 source/QuorvelClient: WRITE DIGITAL", ", OutputBits=0xa0b0c0d");
     const std::string strData(300, 'x');
     for (const auto& oPage :
          {std::pair(300, strData.substr(0, 256)), {10, "xxxxxxxxxx" + std::string(246, '\0')}})
@@ -60,8 +55,6 @@ TEST_F(RenesasTest, OutputsAreFilledWhateverTheResult)
         unsigned int nRead, nChecksum;
     } aoCases[] = {
         {"00 11 22 33 44 55", 0, "11 22 33 ee", 3, 0x2211},
-        {"00 11 22", 0, "11 22 ee ee", 2, 0x2211},
-        {"00 11", 0, "11 ee ee ee", 1, 7},
         {"23 11 22", 0x0923, "11 22 ee ee", 2, 0x2211},
         {" ", 0x000C0900, "00 00 00 ee", 3, 7},
         {"", 0x000B0000, "ee ee ee ee", 7, 7},
