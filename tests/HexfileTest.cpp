@@ -184,8 +184,6 @@ TEST_F(HexfileTest, IntelHex)
         {":0100000041B\n", "92 0:41", "Invalid checksum in data line: :0100000041B."}, // the NUL is a digit
         {":01000000FF0\n", "0 0:ff", ""},
         {":00000001FF", "0 ", ""},
-        {":00000\n", "91 ", "Invalid format in data line: :00000."},
-        {":FF", "91 ", "Invalid format in data line: :FF"},
         {":FF00000041BE\n", "91 ", "Invalid format in data line: :FF00000041BE."},
         {":0100000041BF\nx" + std::string(1, '\0') + "y \n\n", "91 0:41",
          "Invalid format in data line: x.y ."},
@@ -211,14 +209,9 @@ TEST_F(HexfileTest, LinesThatAreTooLong)
     const std::string strNext = "\n:0100010042BC\n";
     EXPECT_EQ(Load(strRecord + std::string(1010, '.') + strNext), "0 0:4142"); // 1023 characters
     EXPECT_EQ(Load(strRecord + std::string(1011, '.') + strNext), "0 0:41");   // the end of the reading
-    EXPECT_EQ(Load(strRecord + std::string(200000, '.') + strNext), "0 0:41");
     EXPECT_EQ(Load(strRecord + std::string(1010, '.')), "0 0:41");
     EXPECT_EQ(Load(strRecord + '\n' + std::string(1500, 'x') + strNext), "91 0:41");
     EXPECT_EQ(m_strMessage, "Invalid format in data line: " + std::string(1023, 'x'));
-    std::string strMany;
-    for (unsigned int i = 0; i < 5000; ++i) // over the edges of any buffer
-        strMany += strRecord + std::string(i % 1010, ' ') + '\n';
-    EXPECT_EQ(Load(strMany + ":0100010042BC"), "0 0:4142");
 }
 
 TEST_F(HexfileTest, SRecords)
@@ -242,7 +235,6 @@ TEST_F(HexfileTest, SRecords)
         {"S104000041BA\nS6030000FC\n:00000001FF\n", "91 0:41", "Invalid format in data line: :00000001FF."},
         {"S903000\nS104000041BA", "0 0:41", ""}, // 8 characters with the NUL
         {"S90300\n", "91 ", "Invalid format in data line: S90300."},
-        {"S\n", "91 ", "Invalid format in data line: S."},
     };
     for (const auto& oCase : aoCases) {
         EXPECT_EQ(Load(oCase.pFile), oCase.pResult) << oCase.pFile;

@@ -2,7 +2,6 @@
 
 #include "TestPeer.h"
 #include "support/ZelEvent.h"
-#include "support/ZelFile.h"
 #include "support/ZelMutex.h"
 #include "support/ZelThread.h"
 #include "support/ZelTime.h"
@@ -12,7 +11,6 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 
 TEST(SupportTest, MutexIsRecursiveAndGivesUpOnTime)
 {
@@ -95,18 +93,6 @@ TEST(SupportTest, TextHelpers)
     EXPECT_EQ(ZelStrTrim(std::string("\0 ", 2)), "");
     EXPECT_EQ(ZelToString(-12), "-12");
     EXPECT_EQ(ZelToString(0, 16), "0");
-}
-
-TEST(SupportTest, FileStatus)
-{
-    const std::string strName = testing::TempDir() + "quorvel_status_" + std::to_string(getpid());
-    std::ofstream(strName) << "12345";
-    CZelFileStatus oStatus;
-    EXPECT_TRUE(CZelFile::GetStatus(strName.c_str(), oStatus));
-    EXPECT_EQ(oStatus.m_nSize, 5U);
-    std::remove(strName.c_str());
-    for (const char* pName : {strName.c_str(), "/", static_cast<const char*>(nullptr)}) // "/": a directory
-        EXPECT_FALSE(CZelFile::GetStatus(pName, oStatus));
 }
 
 TEST(SupportTest, ThreadEndsWhenAsked)
