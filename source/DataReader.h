@@ -52,6 +52,10 @@ class CDataReader
     T Number(std::size_t nOffset) const
     {
         T nValue = 0;
+        if (nOffset + sizeof nValue <= m_strData.size()) {
+            CQuorvelMsg::FromChar(nValue, m_strData.data() + nOffset);
+            return nValue;
+        }
         for (std::size_t i = sizeof(T); i-- > 0;)
             nValue = static_cast<T>((nValue << 8) | Byte(nOffset + i));
         return nValue;

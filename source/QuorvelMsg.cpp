@@ -1,5 +1,7 @@
 #include "QuorvelMsg.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -54,10 +56,11 @@ std::string Encode(T nValue)
 template<class T>
 void Decode(T& nValue, const char* pData)
 {
-    unsigned long long nSum = 0;
-    for (std::size_t i = sizeof(T); i-- > 0;)
-        nSum = (nSum << 8) | static_cast<unsigned char>(pData[i]);
-    nValue = static_cast<T>(nSum);
+    std::memcpy(&nValue, pData, sizeof nValue);
+    if constexpr (std::endian::native == std::endian::big) {
+        auto* const pBytes = reinterpret_cast<char*>(&nValue);
+        std::reverse(pBytes, pBytes + sizeof nValue);
+    }
 }
 
 } // namespace
