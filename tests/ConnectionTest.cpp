@@ -220,15 +220,18 @@ TEST(ConnectionTest, KeepAliveNoticesAPeerThatVanished)
 TEST(ConnectionTest, ClosingWithinAnIndicationEndsDelivery)
 {
     CTestPeer oPeer;
+    CZelEvent oClosed;
     CRecorder oConnection;
     oConnection.m_fnDataInd = [&] {
         EXPECT_TRUE(oConnection.IsReceiveThread());
         EXPECT_EQ(oConnection.DisconnectReq(LONG), 1);
         EXPECT_EQ(oConnection.GetState(), 0);
+        oClosed.Signal();
     };
     ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
     oPeer.Send(Block(5, 'a') + Block(5, 'b') + Block(5, 'c'));
     EXPECT_TRUE(oPeer.WaitForEndOfClient());
+    EXPECT_TRUE(oClosed.Wait(LONG));
     EXPECT_EQ(oConnection.DisconnectReq(LONG), 1); // the indication has returned
     EXPECT_EQ(oConnection.GetTelegrams().size(), 1U);
 
