@@ -1,0 +1,29 @@
+Unknown verbs, missing arguments:
+
+    $ quorvel spy transfer 9f
+    quorvel: 'spy' is not a group or verb; did you mean spi?
+    Try: quorvel --help
+    [2]
+    $ quorvel spi trnsfer 9f
+    quorvel: 'trnsfer' is not a verb of spi; did you mean transfer?
+    Try: quorvel spi --help
+    [2]
+    $ quorvel spi transfer 9f
+    quorvel: which gateway? Give its address: -g HOST
+    [2]
+    $ quorvel --timeout 0 spi transfer 9f 2>&1 | head -1
+    quorvel: --timeout: Value 0 not in range 1 to 2147483647
+
+Nobody there, nobody answering:
+
+    $ quorvel -g 127.90.0.254 spi transfer 9f
+    quorvel: SPI gateway 127.90.0.254:5002: connect: 0x00020000, TCP/IP socket error (no connection: refused, or no such host)
+    [4]
+
+Data on standard output, and a full disk noticed:
+
+    $ quorvel error 0x120 2>/dev/null
+    0x00000120 I2C NACK (No Acknowledge)
+    $ quorvel error 0x120 > /dev/full
+    quorvel: standard output: No space left on device
+    [5]

@@ -1,0 +1,54 @@
+// Files of the command line; "-" is standard input or standard output.
+#ifndef QUORVEL_TOOL_FILE_H
+#define QUORVEL_TOOL_FILE_H
+
+#include "Tool.h"
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+/**
+ * Reads a whole file.
+ * @param strPath    its path, or "-"
+ * @param strContent receives the bytes
+ * @return 0, or the exit status of a failure, which was reported
+ */
+int ReadFile(const CTool& oTool, const std::string& strPath, std::string& strContent);
+
+/**
+ * An output file that is there whole or not at all: it is written under another name beside its own, and takes its
+ * name in Commit. Device files and pipes are written as they are.
+ */
+class COutputFile
+{
+  public:
+    explicit COutputFile(CTool& oTool) : m_oTool(oTool) {}
+
+    /// Removes what was not committed.
+    ~COutputFile();
+    COutputFile(const COutputFile&) = delete;
+    COutputFile& operator=(const COutputFile&) = delete;
+
+    /// Opens the file. @param strPath its path, or "-" @return 0, or the exit status of a failure, which was reported
+    int Open(const std::string& strPath);
+
+    /// Appends bytes; a failure shows in Commit.
+    void Write(std::string_view strBytes);
+
+    /// @return the stream, for formatted output
+    std::FILE* GetStream() { return m_pFile; }
+
+    /// Completes the file. @return 0, or the exit status of a failure, which was reported
+    int Commit();
+
+  private:
+    int Fail();
+
+    CTool& m_oTool;
+    std::string m_strPath;
+    std::string m_strTemporary; // empty when written in place
+    std::FILE* m_pFile = nullptr;
+};
+
+#endif

@@ -1,0 +1,80 @@
+// A client of the library, as the verbs use it.
+#ifndef QUORVEL_TOOL_GATEWAY_H
+#define QUORVEL_TOOL_GATEWAY_H
+
+#include "QuorvelClient.h"
+#include "Tool.h"
+
+#include <string>
+#include <utility>
+
+/**
+ * A client class of the library that connects to the gateway of the command line, traces, reports failures and
+ * is disconnected on Ctrl-C.
+ */
+template<class TClient>
+class CGateway : public TClient
+{
+  public:
+    /// @param oArguments what TClient's constructor takes before the time-out
+    template<class... TArguments>
+    explicit CGateway(CTool& oTool, TArguments... oArguments)
+        : TClient(oArguments..., static_cast<TimeoutOf<TArguments...>>(oTool.GetOptions().nTimeout)),
+          m_oTool(oTool)
+    {
+        m_oTool.GetInterrupt().SetAction([this] { this->Disconnect(); });
+    }
+
+    ~CGateway() override
+    {
+        m_oTool.GetInterrupt().SetAction({});
+        this->StopReception();
+    }
+
+    /// Connects and opens. @return 0, or the exit status of a failure, which was reported
+    int OpenGateway()
+    {
+        const CTool::SOptions& oOptions = m_oTool.GetOptions();
+        if (oOptions.strHost.empty())
+            return m_oTool.Fail(eStatusUsage, "which gateway? Give its address: -g HOST");
+        int nRC = this->Connect(oOptions.strHost.c_str(), m_oTool.GetPort(this->GetDeviceType()),
+                                CZelIPBase::eProtocolTCP, true);
+        if (nRC == 0)
+            nRC = static_cast<CQuorvelClient&>(*this).Open();
+        return m_oTool.CheckResult(this->GetDeviceType(), oOptions.nTimeout, true, "connect", nRC);
+    }
+
+    /// Reports the result of an operation if it is a failure. @return 0, or the exit status
+    int Check(const std::string& strOperation, int nRC) const
+    {
+        return m_oTool.CheckResult(this->GetDeviceType(), m_oTool.GetOptions().nTimeout, false, strOperation,
+                                   nRC);
+    }
+
+    using TClient::SendMsg;
+
+    /// Traces what is sent.
+    int SendMsg(const CQuorvelMsg& oMsg) override
+    {
+        if (m_oTool.IsTracing())
+            m_oTool.Trace(true, this->GetDeviceType(), oMsg);
+        return TClient::SendMsg(oMsg);
+    }
+
+    /// Traces what is received.
+    void DataInd(const char* pData, unsigned short nLen) override
+    {
+        if (m_oTool.IsTracing())
+            m_oTool.Trace(false, this->GetDeviceType(), CQuorvelMsg(pData, nLen));
+        TClient::DataInd(pData, nLen);
+    }
+
+  private:
+    // The base class takes an unsigned time-out behind the kind, all others an int.
+    template<class... TArguments>
+    using TimeoutOf = std::conditional_t<sizeof...(TArguments) == 0, int, unsigned>;
+
+    CTool& m_oTool;
+};
+
+#endif

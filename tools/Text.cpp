@@ -1,0 +1,115 @@
+#include "Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <numeric>
+#include <system_error>
+#include <utility>
+
+std::optional<std::uint64_t> ParseNumber(std::string_view strText, std::uint64_t nMaximum)
+{
+    int nBase = 10;
+    if (strText.size() > 1 && strText[0] == '0') {
+        const bool bHex = strText[1] == 'x' || strText[1] == 'X';
+        nBase = bHex ? 16 : 8;
+        strText.remove_prefix(bHex ? 2 : 1);
+    }
+    std::uint64_t nValue = 0;
+    const char* const pEnd = strText.data() + strText.size();
+    const auto [pStop, eError] = std::from_chars(strText.data(), pEnd, nValue, nBase);
+    if (eError != std::errc() || pStop != pEnd || nValue > nMaximum)
+        return std::nullopt;
+    return nValue;
+}
+
+std::optional<std::string> ParseHex(std::string_view strText)
+{
+    constexpr std::string_view SEPARATORS = " \t\r\n,:.";
+    std::string strBytes;
+    while (true) {
+        const auto nStart = strText.find_first_not_of(SEPARATORS);
+        if (nStart == std::string_view::npos)
+            return strBytes;
+        strText.remove_prefix(nStart);
+        std::string_view strWord = strText.substr(0, strText.find_first_of(SEPARATORS));
+        strText.remove_prefix(strWord.size());
+        if (strWord.starts_with("0x") || strWord.starts_with("0X"))
+            strWord.remove_prefix(2);
+        if (strWord.empty() || (strWord.size() > 1 && strWord.size() % 2 != 0))
+            return std::nullopt;
+        for (; !strWord.empty(); strWord.remove_prefix(std::min<std::size_t>(2, strWord.size()))) {
+            unsigned char nByte = 0;
+            const char* const pEnd = strWord.data() + std::min<std::size_t>(2, strWord.size());
+            const auto [pStop, eError] = std::from_chars(strWord.data(), pEnd, nByte, 16);
+            if (eError != std::errc() || pStop != pEnd)
+                return std::nullopt;
+            strBytes += static_cast<char>(nByte);
+        }
+    }
+}
+
+std::string ToHex(std::string_view strBytes, std::string_view strSeparator)
+{
+    std::string strText;
+    for (const char cByte : strBytes)
+        strText +=
+            fmt::format("{}{:02x}", strText.empty() ? "" : strSeparator, static_cast<unsigned char>(cByte));
+    return strText;
+}
+
+std::string Dump(std::uint64_t nAddress, std::string_view strBytes, std::string_view strIndent)
+{
+    std::string strText;
+    for (std::size_t i = 0; i < strBytes.size(); i += 16) {
+        const std::string_view strLine = strBytes.substr(i, 16);
+        std::string strPrintable;
+        for (const char cByte : strLine)
+            strPrintable += cByte >= ' ' && cByte <= '~' ? cByte : '.';
+        strText +=
+            fmt::format("{}{:08x}  {:<47}  |{}|\n", strIndent, nAddress + i, ToHex(strLine), strPrintable);
+    }
+    return strText;
+}
+
+std::vector<std::string> FindNearest(const std::string& strText, const std::vector<std::string>& astrNames)
+{
+    std::vector<std::pair<std::size_t, std::string>> aoFound;
+    for (const std::string& strName : astrNames) {
+        // Edit distance, row by row.
+        std::vector<std::size_t> anRow(strName.size() + 1);
+        std::iota(anRow.begin(), anRow.end(), 0);
+        for (std::size_t i = 0; i < strText.size(); ++i) {
+            std::size_t nDiagonal = std::exchange(anRow[0], i + 1);
+            for (std::size_t j = 0; j < strName.size(); ++j) {
+                const std::size_t nChanged = nDiagonal + (strText[i] == strName[j] ? 0 : 1);
+                nDiagonal = anRow[j + 1];
+                anRow[j + 1] = std::min({nChanged, nDiagonal + 1, anRow[j] + 1});
+            }
+        }
+        if (strName.starts_with(strText) || anRow.back() <= std::max<std::size_t>(1, strName.size() / 3))
+            aoFound.emplace_back(anRow.back(), strName);
+    }
+    std::stable_sort(aoFound.begin(), aoFound.end(),
+                     [](const auto& oLeft, const auto& oRight) { return oLeft.first < oRight.first; });
+    std::vector<std::string> astrFound;
+    for (std::size_t i = 0; i < std::min<std::size_t>(3, aoFound.size()); ++i)
+        astrFound.push_back(aoFound[i].second);
+    return astrFound;
+}
+
+std::string Quote(std::string_view strText)
+{
+    std::string strQuoted = "'";
+    for (const char cChar : strText)
+        strQuoted += std::iscntrl(static_cast<unsigned char>(cChar)) != 0 ? '.' : cChar;
+    return strQuoted + "'";
+}
+
+std::string GetSystemError()
+{
+    return std::generic_category().message(errno);
+}

@@ -1,0 +1,234 @@
+#include "Tool.h"
+
+#include "Groups.h"
+#include "Kinds.h"
+#include "Text.h"
+#include "WireTrace.h"
+
+#include <chrono>
+#include <csignal>
+#include <iostream>
+#include <map>
+
+namespace
+{
+
+// What is behind a result code, where its text does not say so.
+std::string GetCause(int nRC, unsigned nTimeout, bool bConnecting)
+{
+    switch (nRC) {
+    case 0x00020000:
+        return bConnecting ? "no connection: refused, or no such host" : "the connection is lost";
+    case 0x00030000:
+        return "the connection is lost";
+    case 0x00040000:
+        return fmt::format("{} within {} ms", bConnecting ? "no connection" : "no answer", nTimeout);
+    case 0x000A0000:
+    case 0x000B0000:
+    case 0x000C0000:
+        return "the answer is damaged";
+    case 0x00000001:
+        return "other clients have all its connections";
+    case 0x00000120:
+        return "NACK: nobody answers at this address, or the data were refused";
+    case 0x00000220:
+        return "NACK: no other node has acknowledged";
+    case 0x00000121:
+    case 0x00000125:
+    case 0x000002FC:
+    case 0x00000331:
+    case 0x00000920:
+        return "gateway time-out: the gateway answers, but not what is connected to it";
+    default:
+        return "";
+    }
+}
+
+const std::map<std::string, EProgress> PROGRESS_MODES{{"auto", EProgress::eAuto},
+                                                      {"bar", EProgress::eBar},
+                                                      {"plain", EProgress::ePlain},
+                                                      {"json", EProgress::eJson},
+                                                      {"none", EProgress::eNone}};
+
+} // namespace
+
+CTool::CTool()
+    : m_oApp("Drives Quorvel gateways: buses, lines, programmers and test systems behind a network.",
+             "quorvel")
+{
+    AddOptions();
+    AddAllGroups(*this);
+}
+
+CTool::~CTool()
+{
+    if (m_pTrace != nullptr && m_pTrace != stderr)
+        static_cast<void>(std::fclose(m_pTrace));
+}
+
+void CTool::AddOptions()
+{
+    m_oApp.fallthrough();
+    m_oApp.require_subcommand(1);
+    m_oApp.add_option("-g,--gateway", m_oOptions.strHost, "Address or name of the gateway")
+        ->type_name("HOST");
+    m_oApp
+        .add_option("--port-index", m_oOptions.nPortIndex,
+                    "Several gateways behind one address: TCP port 4999 + kind + 100 * N")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(CLI::Range(0U, 599U).description(""));
+    m_oApp.add_option("--timeout", m_oOptions.nTimeout, "How long to wait for a connection or an answer")
+        ->type_name("MS")
+        ->capture_default_str()
+        ->check(CLI::Range(1U, 0x7FFFFFFFU).description(""));
+    m_oApp.add_flag("--json", m_oOptions.bJson, "Print data as JSON, one object a line");
+    m_oApp.add_flag("-q,--quiet", m_oOptions.bQuiet, "No remarks and no progress");
+    m_oApp.add_flag("-v,--verbose", m_oOptions.bVerbose, "More remarks");
+    m_oApp.add_option("--progress", m_oOptions.eProgress, "How progress is shown on standard error")
+        ->type_name("auto|bar|plain|json|none")
+        ->transform(CLI::Transformer(PROGRESS_MODES).description(""));
+    m_oApp
+        .add_flag("--trace{-}", m_oOptions.strTrace,
+                  "Print every telegram, decoded, on standard error or into a file: --trace=FILE")
+        ->type_name("[FILE]");
+    m_oApp.set_version_flag("--version", std::string("quorvel ") + QUORVEL_VERSION, "Print the version");
+    m_oApp.get_formatter()->column_width(28);
+}
+
+CLI::App& CTool::AddGroup(const std::string& strName, const std::string& strText)
+{
+    CLI::App* const pGroup = m_oApp.add_subcommand(strName, strText);
+    pGroup->require_subcommand(1);
+    return *pGroup;
+}
+
+const CLI::App& CTool::GetInnermost() const
+{
+    const CLI::App* pApp = &m_oApp;
+    while (!pApp->get_subcommands().empty())
+        pApp = pApp->get_subcommands().back();
+    return *pApp;
+}
+
+int CTool::Usage(const std::string& strText) const
+{
+    std::string strCommand;
+    for (const CLI::App* pApp = &GetInnermost(); pApp != nullptr; pApp = pApp->get_parent())
+        strCommand.insert(0, pApp->get_name() + " ");
+    return Fail(eStatusUsage, strText + "\nTry: " + strCommand + "--help");
+}
+
+int CTool::Parse(int argc, char** argv)
+{
+    try {
+        m_oApp.parse(argc, argv);
+    } catch (const CLI::ParseError& oError) {
+        if (oError.get_exit_code() == 0) // --help, --version
+            return m_oApp.exit(oError);
+        const CLI::App& oInner = GetInnermost();
+        const auto apVerbs = oInner.get_subcommands([](const CLI::App*) { return true; });
+        const auto astrRest = m_oApp.remaining(true);
+        if (!apVerbs.empty() && !astrRest.empty() && astrRest[0][0] != '-') {
+            std::vector<std::string> astrNames;
+            for (const CLI::App* pVerb : apVerbs)
+                astrNames.push_back(pVerb->get_name());
+            std::string strText = fmt::format(
+                "{} is not a {}", Quote(astrRest[0]),
+                oInner.get_parent() == nullptr ? "group or verb" : "verb of " + oInner.get_name());
+            const auto astrNearest = FindNearest(astrRest[0], astrNames);
+            if (!astrNearest.empty())
+                strText += fmt::format("; did you mean {}?", fmt::join(astrNearest, ", "));
+            return Usage(strText);
+        }
+        return Usage(oError.what());
+    }
+    return eStatusDone;
+}
+
+int CTool::Run(int argc, char** argv)
+{
+    if (const int nStatus = Parse(argc, argv); nStatus != 0 || m_pVerb == nullptr)
+        return nStatus;
+    if (!m_oOptions.strTrace.empty()) {
+        m_pTrace = m_oOptions.strTrace == "-" ? stderr : std::fopen(m_oOptions.strTrace.c_str(), "we");
+        if (m_pTrace == nullptr)
+            return Fail(eStatusFile, m_oOptions.strTrace + ": " + GetSystemError());
+        static_cast<void>(std::setvbuf(m_pTrace, nullptr, _IOLBF, BUFSIZ));
+    }
+    m_oInterrupt.Start();
+    int nStatus = m_pVerb->Run(*this);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        nStatus = Fail(eStatusFile, "standard output: " + GetSystemError());
+    return m_oInterrupt.GetSignal() != 0 ? 128 + m_oInterrupt.GetSignal() : nStatus;
+}
+
+void CTool::PrintJson(const CJson& oData)
+{
+    fmt::print("{}\n", oData.dump(-1, ' ', false, CJson::error_handler_t::replace));
+}
+
+int CTool::Fail(EStatus eStatus, const std::string& strText) const
+{
+    if (m_oInterrupt.GetSignal() != 0)
+        return 128 + m_oInterrupt.GetSignal();
+    static_cast<void>(std::fflush(stdout)); // so that the order is right on a terminal
+    fmt::print(stderr, "quorvel: {}\n", strText);
+    return eStatus;
+}
+
+void CTool::Note(const std::string& strText) const
+{
+    if (!m_oOptions.bQuiet)
+        fmt::print(stderr, "{}\n", strText);
+}
+
+void CTool::Detail(const std::string& strText) const
+{
+    if (m_oOptions.bVerbose)
+        fmt::print(stderr, "{}\n", strText);
+}
+
+void CTool::Warn(const std::string& strText)
+{
+    fmt::print(stderr, "quorvel: warning: {}\n", strText);
+}
+
+bool CTool::Ask(const std::string& strQuestion)
+{
+    fmt::print(stderr, "{} [y/N] ", strQuestion);
+    std::string strAnswer;
+    std::getline(std::cin, strAnswer);
+    return strAnswer == "y" || strAnswer == "Y" || strAnswer == "yes";
+}
+
+int CTool::CheckResult(EQuorvelDevice eKind, unsigned nTimeout, bool bConnecting,
+                       const std::string& strOperation, int nRC) const
+{
+    if (nRC == 0)
+        return eStatusDone;
+    // The firmware service marks its EEPROM's failures with bit 8, those of the connection too.
+    const int nTransport = nRC & 0x00FF0000;
+    std::string strText =
+        fmt::format("{} gateway {}:{}: {}: 0x{:08X}, {}", GetKindName(eKind), m_oOptions.strHost,
+                    GetPort(eKind), strOperation, static_cast<unsigned>(nRC), QuorvelErrorMsg(nRC));
+    const std::string strCause = GetCause(nTransport != 0 ? nTransport : nRC, nTimeout, bConnecting);
+    if (!strCause.empty())
+        strText += " (" + strCause + ")";
+    if (nTransport == 0)
+        return Fail(eStatusRefused, strText);
+    return Fail(nTransport == 0x00920000 ? eStatusUsage : eStatusNoAnswer, strText);
+}
+
+unsigned short CTool::GetPort(EQuorvelDevice eKind) const
+{
+    const unsigned nBase = eKind == eDeviceFirmware ? 5099U : 4999U + static_cast<unsigned>(eKind);
+    return static_cast<unsigned short>(nBase + 100 * m_oOptions.nPortIndex);
+}
+
+void CTool::Trace(bool bSent, EQuorvelDevice eKind, const CQuorvelMsg& oMsg)
+{
+    const auto oNow = std::chrono::system_clock::now();
+    const std::lock_guard oLock(m_oMutexTrace);
+    fmt::print(m_pTrace, "{}", FormatTelegram(oNow, bSent, eKind, oMsg));
+}

@@ -1,0 +1,3 @@
+#include "Groups.h"
+
+void AddAnyKind(CTool& /*oTool*/) {}

@@ -1,0 +1,3 @@
+#include "Groups.h"
+
+void AddI2c(CTool& /*oTool*/) {}
