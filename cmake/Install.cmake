@@ -5,15 +5,21 @@ include(CMakePackageConfigHelpers)
 
 set(QUORVEL_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/quorvel)
 
-install(TARGETS quorvel EXPORT quorvelTargets)
+install(TARGETS quorvel EXPORT quorvelTargets
+    LIBRARY COMPONENT library NAMELINK_COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel
+    COMPONENT development
     FILES_MATCHING PATTERN "*.h")
 if(TARGET quorvel-sim)
-    install(TARGETS quorvel-sim)
+    install(TARGETS quorvel-sim RUNTIME COMPONENT tools)
+endif()
+if(TARGET quorvel-command)
+    install(TARGETS quorvel-command RUNTIME COMPONENT tools)
 endif()
 
-install(EXPORT quorvelTargets NAMESPACE quorvel:: DESTINATION ${QUORVEL_PACKAGE_DIR})
+install(EXPORT quorvelTargets NAMESPACE quorvel:: DESTINATION ${QUORVEL_PACKAGE_DIR}
+    COMPONENT development)
 configure_package_config_file(
     ${CMAKE_CURRENT_LIST_DIR}/quorvelConfig.cmake.in
     ${PROJECT_BINARY_DIR}/quorvelConfig.cmake
@@ -24,7 +30,8 @@ write_basic_package_version_file(
 install(FILES
     ${PROJECT_BINARY_DIR}/quorvelConfig.cmake
     ${PROJECT_BINARY_DIR}/quorvelConfigVersion.cmake
-    DESTINATION ${QUORVEL_PACKAGE_DIR})
+    DESTINATION ${QUORVEL_PACKAGE_DIR}
+    COMPONENT development)
 
 # Relative to the .pc file, so that the file need not know the prefix.
 file(RELATIVE_PATH QUORVEL_PC_INCLUDEDIR
@@ -32,4 +39,5 @@ file(RELATIVE_PATH QUORVEL_PC_INCLUDEDIR
 file(RELATIVE_PATH QUORVEL_PC_PREFIX
     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/quorvel.pc.in ${PROJECT_BINARY_DIR}/quorvel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/quorvel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/quorvel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)
