@@ -1,0 +1,179 @@
+// What a hostile gateway, or somebody in its place, can do to a process that has a client connected to it: memory,
+// processor time, and the exchanges of another client with an honest gateway. The far side is a process of its own.
+//
+// usage: quorvel_neighbours [SECONDS]      so long for each; default 1
+
+#include "../ConnectedTest.h"
+#include "QuorvelClientCANDll.h"
+#include "QuorvelClientSPI.h"
+#include "SimGatewaySPI.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+namespace
+{
+
+using CClock = std::chrono::steady_clock;
+
+double Heap()
+{
+    const struct mallinfo2 oInfo = mallinfo2();
+    return static_cast<double>(oInfo.uordblks + oInfo.hblkhd) / 1024;
+}
+
+// Runs the hostile side of a connection in a process that ends with this one.
+class CHostile
+{
+  public:
+    // strStream is sent again and again, as fast as it goes; nothing is ever read.
+    explicit CHostile(const std::string& strStream)
+    {
+        int anPipe[2];
+        if (pipe(anPipe) != 0 || (m_nProcess = fork()) < 0)
+            std::abort();
+        if (m_nProcess == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            CTestPeer oPeer;
+            oPeer.StopReading();
+            const unsigned short nPort = oPeer.GetPort();
+            if (write(anPipe[1], &nPort, sizeof nPort) != sizeof nPort)
+                _exit(1);
+            oPeer.WaitForClient();
+            while (!strStream.empty())
+                oPeer.Send(strStream);
+            pause();
+        }
+        if (read(anPipe[0], &m_nPort, sizeof m_nPort) != sizeof m_nPort)
+            std::abort();
+        close(anPipe[0]);
+        close(anPipe[1]);
+    }
+    ~CHostile()
+    {
+        kill(m_nProcess, SIGKILL);
+        waitpid(m_nProcess, nullptr, 0);
+    }
+    CHostile(const CHostile&) = delete;
+    CHostile& operator=(const CHostile&) = delete;
+
+    unsigned short GetPort() const { return m_nPort; }
+
+  private:
+    pid_t m_nProcess = -1;
+    unsigned short m_nPort = 0;
+};
+
+int g_nFailures = 0;
+
+// The median exchange of a client with an honest gateway, in microseconds.
+double Exchange(CQuorvelClientSPI& oHonest, double dSeconds)
+{
+    std::vector<double> adTimes;
+    for (const auto oStart = CClock::now();
+         CClock::now() - oStart < std::chrono::duration<double>(dSeconds);) {
+        const auto oBefore = CClock::now();
+        char acID[4] = {};
+        if (oHonest.DataReq("\x9f", 1, acID, 4) != 0 || acID[1] != '\xC2')
+            ++g_nFailures;
+        adTimes.push_back(std::chrono::duration<double, std::micro>(CClock::now() - oBefore).count());
+    }
+    std::nth_element(adTimes.begin(), adTimes.begin() + static_cast<long>(adTimes.size() / 2), adTimes.end());
+    return adTimes[adTimes.size() / 2];
+}
+
+// Connects to a hostile gateway that sends a stream, and reports what it costs. dLimit: KiB that it may cost.
+template<class FUse>
+void Attack(const char* pName, const std::string& strStream, CQuorvelClientSPI& oHonest, double dSeconds,
+            double dQuiet, double dLimit, FUse fnUse)
+{
+    const CHostile oHostile(strStream);
+    CQuorvelClientCANDll oVictim(1, 1000);
+    const double dBefore = Heap();
+    oVictim.SetMaxSizePerQueue(1000);
+    if (oVictim.Connect("127.0.0.1", oHostile.GetPort(), 1, true) != 0)
+        ++g_nFailures;
+    fnUse(oVictim);
+    const double dExchange = Exchange(oHonest, dSeconds);
+    const double dGrown = Heap() - dBefore;
+    const bool bGood = dGrown <= dLimit;
+    g_nFailures += bGood ? 0 : 1;
+    std::printf("%-44s %8.0f KiB (limit %5.0f)  exchange %6.1f us, %4.2f x%s\n", pName, dGrown, dLimit,
+                dExchange, dExchange / dQuiet, bGood ? "" : "  TOO MUCH");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const double dSeconds = argc > 1 ? std::atof(argv[1]) : 1;
+    CSimGatewaySPI oGateway;
+    std::string strError;
+    if (!oGateway.Start("127.0.0.1", 0, &strError))
+        return 1;
+    CQuorvelClientSPI oHonest(5000);
+    if (oHonest.Connect("127.0.0.1", oGateway.GetPort(), 1, true) != 0 || oHonest.Open() != 0)
+        return 1;
+    const auto fnNothing = [](CQuorvelClientCANDll&) {};
+
+    {
+        std::vector<std::unique_ptr<CHostile>> apSilent;
+        std::vector<std::unique_ptr<CQuorvelClientCANDll>> apIdle;
+        for (int i = 0; i < 20; ++i) {
+            apSilent.push_back(std::make_unique<CHostile>(""));
+            apIdle.push_back(std::make_unique<CQuorvelClientCANDll>(i, 1000));
+            if (apIdle.back()->Connect("127.0.0.1", apSilent.back()->GetPort(), 1, true) != 0)
+                ++g_nFailures;
+        }
+        rusage oBefore{};
+        rusage oAfter{};
+        getrusage(RUSAGE_SELF, &oBefore);
+        std::this_thread::sleep_for(std::chrono::duration<double>(dSeconds));
+        getrusage(RUSAGE_SELF, &oAfter);
+        std::printf("20 idle clients for %.0f s: %.1f ms of processor time, %ld switches\n", dSeconds,
+                    static_cast<double>((oAfter.ru_utime.tv_sec - oBefore.ru_utime.tv_sec) * 1000000 +
+                                        oAfter.ru_utime.tv_usec - oBefore.ru_utime.tv_usec +
+                                        (oAfter.ru_stime.tv_sec - oBefore.ru_stime.tv_sec) * 1000000 +
+                                        oAfter.ru_stime.tv_usec - oBefore.ru_stime.tv_usec) /
+                        1000,
+                    oAfter.ru_nvcsw - oBefore.ru_nvcsw);
+    }
+    const double dQuiet = Exchange(oHonest, dSeconds);
+    std::printf("%-44s %33s %6.1f us\n", "nobody hostile", "exchange", dQuiet);
+
+    const std::string strLargest = Telegram(0x8303, 7, std::string(65528, 'x'));
+    std::string strIDs;
+    for (int i = 0; i < 65536; ++i)
+        strIDs += Telegram(0x8303, i, std::string(58, 'x'));
+    std::string strLies;
+    for (int i = 0; i < 300; ++i)
+        strLies += std::string(1, static_cast<char>(i)) + std::string(1, static_cast<char>(i % 3)) +
+                   std::string(static_cast<std::size_t>(i % 90), '\xff');
+    std::string strFrames;
+    for (int i = 0; i < 1000; ++i)
+        strFrames += Telegram(0x0203, 0, Hex("23 01 00 00 00 08 31 32 33 34 35 36 37 38"));
+
+    Attack("the largest telegrams, one id", strLargest, oHonest, dSeconds, dQuiet, 1024, fnNothing);
+    // One confirmation is kept for each of the 65536 ids.
+    Attack("confirmations of 58 bytes under all ids", strIDs, oHonest, dSeconds, dQuiet, 65536 * 0.35,
+           fnNothing);
+    Attack("lengths that lie", strLies, oHonest, dSeconds, dQuiet, 65536, fnNothing);
+    Attack("CAN frames for a queue of 1000", strFrames, oHonest, dSeconds, dQuiet, 1024, fnNothing);
+    Attack("never reads, while 60000 bytes are sent", "", oHonest, dSeconds, dQuiet, 1024,
+           [](CQuorvelClientCANDll& oVictim) {
+               const CQuorvelMsg oMsg(0x0203, 1, std::string(60000, 'x'));
+               int nRC = 0;
+               while (nRC == 0)
+                   nRC = oVictim.CQuorvelClient::SendMsg(oMsg);
+               if (nRC != 0x00040000)
+                   ++g_nFailures;
+           });
+    std::printf("failures: %d\n", g_nFailures);
+    return g_nFailures == 0 ? 0 : 1;
+}
