@@ -160,7 +160,7 @@ TEST(FaultPlan, SpoilsTheAnswersItNames)
         {"drop@2-;shortlength=3", "05 00 0a 85 01 00 00 6f 6b 8a"},
         {"drop@2-;flood=2@1", "09 00 f0 05 00 00 00 00 00 00 f5 09 00 f0 05 00 00 01 00 00 00 f4 " + strA1},
         {"glue=3", strA1 + " " + strA2 + " " + strA3},
-        {"restart@2", strA1},
+        {"restart@2;drop@3-", strA1},
     };
     CStarted<CSimGatewayDIO> oDIO;
     oDIO.SetStatus("ok");
