@@ -25,12 +25,14 @@ struct SStepKind {
 constexpr unsigned nNoLimit = std::numeric_limits<unsigned>::max();
 constexpr unsigned nOwnChoice = 0x10000;
 
-constexpr std::array<SStepKind, 16> aoKinds = {{
+constexpr std::array<SStepKind, 19> aoKinds = {{
     {"refuse", EValue::eNeeded, 0, 0xFF, 0,
      [](SAnswerFaults& o, unsigned n) { o.oResult = static_cast<unsigned char>(n); },
      "refuse=N        result byte N; the data stays"},
     {"truncate", EValue::eNeeded, 0, 0xFFFF, 0, [](SAnswerFaults& o, unsigned n) { o.oTruncate = n; },
      "truncate=N      only the first N data bytes (result byte included)"},
+    {"extend", EValue::eNeeded, 1, 0xFFFF, 0, [](SAnswerFaults& o, unsigned n) { o.nExtend = n; },
+     "extend=N        N further data bytes 0x55"},
     {"badid", EValue::eOptional, 0, 0xFFFF, nOwnChoice, [](SAnswerFaults& o, unsigned n) { o.oID = n; },
      "badid[=N]       telegram id N (default: the right one + 1)"},
     {"badcode", EValue::eOptional, 0, 0xFFFF, nOwnChoice, [](SAnswerFaults& o, unsigned n) { o.oCode = n; },
@@ -53,6 +55,10 @@ constexpr std::array<SStepKind, 16> aoKinds = {{
      "drop            is not sent"},
     {"close", EValue::eNone, 0, 0, 0, [](SAnswerFaults& o, unsigned) { o.bClose = true; },
      "close           the connection is closed instead"},
+    {"halfclose", EValue::eNone, 0, 0, 0, [](SAnswerFaults& o, unsigned) { o.bHalfClose = true; },
+     "halfclose       instead, the sending direction ends; requests are still taken"},
+    {"restart", EValue::eNone, 0, 0, 0, [](SAnswerFaults& o, unsigned) { o.bRestart = true; },
+     "restart         the gateway restarts instead"},
     {"reset", EValue::eNone, 0, 0, 0, [](SAnswerFaults& o, unsigned) { o.bReset = true; },
      "reset           half of it is sent, then the connection is reset"},
     {"duplicate", EValue::eNone, 0, 0, 0, [](SAnswerFaults& o, unsigned) { o.bDuplicate = true; },

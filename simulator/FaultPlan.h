@@ -14,6 +14,7 @@
 struct SAnswerFaults {
     std::optional<unsigned char> oResult; ///< result byte, forced
     std::optional<std::size_t> oTruncate; ///< at most so many data bytes
+    std::size_t nExtend = 0;              ///< so many further data bytes
     std::optional<unsigned> oID;          ///< another telegram id; above 0xFFFF: the right one plus 1
     std::optional<unsigned> oCode; ///< another command code; above 0xFFFF: the right one, lowest bit flipped
     bool bBadCheck = false;        ///< inverted check byte
@@ -23,6 +24,8 @@ struct SAnswerFaults {
     unsigned nFlood = 0;           ///< so many indications come first
     bool bDrop = false;            ///< is not sent
     bool bClose = false;           ///< the connection is closed instead
+    bool bHalfClose = false;       ///< the sending direction ends instead
+    bool bRestart = false;         ///< the gateway restarts instead
     bool bReset = false;           ///< the first half is sent, then the connection is reset
     bool bDuplicate = false;       ///< is sent twice
     unsigned nGlue = 1;            ///< is held until so many answers go out as one segment

@@ -68,7 +68,7 @@ bool CSimConnection::Post(const SSimTelegram& oIndication, unsigned nDelayMs)
 void CSimConnection::Run()
 {
     while (!m_bDrop && m_bOpen && m_oWake.IsOpen()) {
-        if (Serve())
+        if (Serve() || !m_bOpen)
             continue;
         std::array<pollfd, 2> aoPoll{};
         aoPoll[0].fd = m_oWake.Get();
@@ -168,6 +168,9 @@ void CSimConnection::Execute(EAction eAction)
     case EAction::eClose:
         m_bOpen = false;
         break;
+    case EAction::eHalfClose:
+        ::shutdown(m_oSocket.Get(), SHUT_WR);
+        break;
     case EAction::eRestart:
         m_oGateway.RequestRestart();
         break;
@@ -226,6 +229,8 @@ void CSimConnection::Finish(unsigned short nCmdCode, short nID, const SSimAnswer
     oTelegram.strData = static_cast<char>(oFaults.oResult.value_or(oAnswer.nResult)) + oAnswer.strData;
     if (oFaults.oTruncate)
         oTelegram.strData.resize(std::min(oTelegram.strData.size(), *oFaults.oTruncate));
+    oTelegram.strData.append(std::min(oFaults.nExtend, SSimTelegram::nMaxData - oTelegram.strData.size()),
+                             'U');
     if (oFaults.oID)
         oTelegram.nID = static_cast<short>(*oFaults.oID > 0xFFFF ? nID + 1 : static_cast<int>(*oFaults.oID));
     if (oFaults.oCode)
@@ -266,6 +271,12 @@ void CSimConnection::Transmit(const SAnswerFaults& oFaults, const std::string& s
         if (oFaults.bClose) {
             ReleaseHeld(0);
             Output({}, 0, EAction::eClose);
+        } else if (oFaults.bHalfClose) {
+            ReleaseHeld(0);
+            Output({}, 0, EAction::eHalfClose);
+            m_bSilent = true;
+        } else if (oFaults.bRestart) {
+            bRestart = true;
         } else if (oFaults.bReset) {
             ReleaseHeld(0);
             Output(strBytes.substr(0, strBytes.size() / 2), oFaults.nSplit, EAction::eReset);

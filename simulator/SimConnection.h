@@ -55,7 +55,7 @@ class CSimConnection
     void SetEnded() { m_bEnded = true; }
 
   private:
-    enum class EAction { eNone, eClose, eReset, eRestart };
+    enum class EAction { eNone, eClose, eHalfClose, eReset, eRestart };
     struct SOutput {
         std::string strBytes;
         std::size_t nSegment = 0;         ///< bytes to send at a time, 0: all

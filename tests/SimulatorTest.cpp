@@ -154,10 +154,13 @@ TEST(FaultPlan, SpoilsTheAnswersItNames)
         {"drop@2-;badcode=0x8305@1", "08 00 05 83 01 00 00 6f 6b 83"},
         {"drop@2-;refuse=0x21", "08 00 0a 85 01 00 21 6f 6b ab"},
         {"drop@2-;truncate=1", "06 00 0a 85 01 00 00 8e"},
+        {"drop@2-;extend=2", "0a 00 0a 85 01 00 00 6f 6b 55 55 8a"},
+        {"halfclose@2", strA1},
         {"drop@2-;longlength", "0c 00 0a 85 01 00 00 6f 6b 8a"},
         {"drop@2-;shortlength=3", "05 00 0a 85 01 00 00 6f 6b 8a"},
         {"drop@2-;flood=2@1", "09 00 f0 05 00 00 00 00 00 00 f5 09 00 f0 05 00 00 01 00 00 00 f4 " + strA1},
         {"glue=3", strA1 + " " + strA2 + " " + strA3},
+        {"restart@2;drop@3-", strA1},
     };
     CStarted<CSimGatewayDIO> oDIO;
     oDIO.SetStatus("ok");
