@@ -17,6 +17,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <memory>
 #include <memory_resource>
 #include <string>
 
@@ -345,6 +346,7 @@ class QUORVEL_API CQuorvelClient
 
   private:
     static bool Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen);
+    void StoreConfirmation(std::unique_ptr<CQuorvelMsg> pMsg);
 
     CZelLocalTime m_oOldestTime; // no stored confirmation is older
     CZelTurn m_oTurn;            // one exchange at a time

@@ -8,11 +8,12 @@
 #include "QuorvelClientCAN.h"
 #include "support/ZelMutex.h"
 
+#include <array>
 #include <atomic>
-#include <deque>
+#include <cstddef>
 #include <mutex>
-
 #include <string>
+#include <string_view>
 
 /**
  * A bounded queue of telegrams of one kind, oldest first. All functions may be called from any thread.
@@ -23,6 +24,11 @@
 class QUORVEL_API CQuorvelMsgQueue
 {
   public:
+    CQuorvelMsgQueue() = default; ///< an empty queue
+    ~CQuorvelMsgQueue();          ///< deletes what is queued
+    CQuorvelMsgQueue(const CQuorvelMsgQueue&) = delete;
+    CQuorvelMsgQueue& operator=(const CQuorvelMsgQueue&) = delete;
+
     /**
      * Sets how many telegrams fit, 1000 at first. What is already queued stays.
      * @param nMaxSize the number
@@ -44,23 +50,58 @@ class QUORVEL_API CQuorvelMsgQueue
      */
     int Take(std::string& strData);
 
+    /**
+     * The same without taking memory for a short telegram.
+     * @param acShort memory for the data of a telegram that fits
+     * @param strLong memory for the data of a longer one
+     * @param strData receives the data, which lie in one or the other
+     * @return as above
+     */
+    int Take(std::array<char, 128>& acShort, std::string& strLong, std::string_view& strData);
+
     /** Removes all telegrams. */
     void Clear();
 
   private:
-    // The receive thread appends to the last of the blocks; readers have one to themselves and come for the
-    // next when it is used up. So the two meet rarely, and what each writes lies on cache lines of its own.
+    struct SBlock;
+
+    // A lock that is hardly ever met closed and then opens at once.
+    class CLock
+    {
+      public:
+        void lock()
+        {
+            while (m_bLocked.exchange(true, std::memory_order_acquire))
+                Wait();
+        }
+        void unlock() { m_bLocked.store(false, std::memory_order_release); }
+
+      private:
+        static void Wait();
+
+        std::atomic<bool> m_bLocked{false};
+    };
+
+    void AppendBlock(std::size_t nSize);
+    template<class FCopy>
+    int TakeBy(FCopy fnCopy);
+
+    // A list of blocks: the receive thread appends to the last one, readers take from the first, and neither
+    // ever waits for the other. m_nAppended tells readers what is there. What each side writes lies on cache
+    // lines of its own.
     std::atomic<unsigned int> m_nMaxSize{1000};
-    std::mutex m_oMutexIn; // guards the next two; the only mutex that is taken while another is held
-    std::deque<std::string> m_astrBlocks; // of telegrams (length, data); none but the last may be empty
-    unsigned int m_nTakenSeen = 0;        // m_nTaken some time ago
+
+    alignas(64) CLock m_oLockIn;   // one appends at a time; guards the next three
+    SBlock* m_pLast = nullptr;     // null before the first telegram and after Clear
+    std::size_t m_nEnd = 0;        // how much of it is used
+    unsigned int m_nTakenSeen = 0; // m_nTaken some time ago
 
     alignas(64) std::atomic<unsigned int> m_nAppended{0}; // telegrams ever appended
 
-    alignas(64) std::atomic<unsigned int> m_nTaken{0}; // telegrams ever taken or cleared
-    std::mutex m_oMutexOut;                            // guards m_nTaken and the rest
-    std::string m_strBlock;                            // the readers' block
-    std::size_t m_nPos = 0;                            // where its oldest telegram starts
+    alignas(64) CLock m_oLockOut;          // one takes at a time; guards the rest
+    std::atomic<unsigned int> m_nTaken{0}; // telegrams ever taken or cleared
+    SBlock* m_pFirst = nullptr;            // but set by whoever appends when m_pLast was null
+    std::size_t m_nPos = 0;                // where its oldest telegram starts
 };
 
 /**

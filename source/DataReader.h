@@ -3,16 +3,17 @@
 #ifndef QUORVEL_DATA_READER_H
 #define QUORVEL_DATA_READER_H
 
-#include "QuorvelMsg.h"
+#include "ByteOrder.h"
 
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 class CDataReader
 {
   public:
-    explicit CDataReader(const std::string& strData) : m_strData(strData) {}
+    explicit CDataReader(std::string_view strData) : m_strData(strData) {}
 
     std::size_t GetLength() const { return m_strData.size(); }
 
@@ -31,7 +32,8 @@ class CDataReader
             nOffset < m_strData.size() ? std::min(m_strData.size() - nOffset, nCount) : 0;
         if (nHave > 0)
             std::memcpy(pTo, m_strData.data() + nOffset, nHave);
-        std::memset(static_cast<char*>(pTo) + nHave, 0, nCount - nHave);
+        if (nHave < nCount)
+            std::memset(static_cast<char*>(pTo) + nHave, 0, nCount - nHave);
     }
 
     // How many of the bytes from an offset on go to a caller's buffer. In 16 bits: a confirmation without data
@@ -44,24 +46,22 @@ class CDataReader
     // Everything from an offset on.
     std::string Rest(std::size_t nOffset) const
     {
-        return nOffset < m_strData.size() ? m_strData.substr(nOffset) : std::string();
+        return nOffset < m_strData.size() ? std::string(m_strData.substr(nOffset)) : std::string();
     }
 
   private:
     template<class T>
     T Number(std::size_t nOffset) const
     {
+        if (nOffset + sizeof(T) <= m_strData.size())
+            return Decode<T>(m_strData.data() + nOffset);
         T nValue = 0;
-        if (nOffset + sizeof nValue <= m_strData.size()) {
-            CQuorvelMsg::FromChar(nValue, m_strData.data() + nOffset);
-            return nValue;
-        }
         for (std::size_t i = sizeof(T); i-- > 0;)
             nValue = static_cast<T>((nValue << 8) | Byte(nOffset + i));
         return nValue;
     }
 
-    const std::string& m_strData;
+    std::string_view m_strData;
 };
 
 #endif

@@ -23,6 +23,18 @@ std::string Dump(const std::string& strBytes)
     return ZelMemDump(strBytes.data(), static_cast<unsigned int>(strBytes.size()), 0xFFFFFFFFU, 0xFFFFFFFFU);
 }
 
+[[gnu::noinline]] void TraceReceived(const CQuorvelMsg& oMsg, const char* pData, unsigned short nLen,
+                                     bool bValid)
+{
+    if (bValid) {
+        Trace(LEVEL_TRAFFIC, UNIT, "incoming telegram from parter");
+        Trace(LEVEL_TRAFFIC, UNIT, [&] { return Dump(oMsg.GetMessageData()); });
+    } else {
+        Trace(LEVEL_TRAFFIC, UNIT, "invalid incoming telegram from parter is discarded.");
+        Trace(LEVEL_TRAFFIC, UNIT, [&] { return ZelMemDump(pData, nLen, 0xFFFFFFFFU, 0xFFFFFFFFU); });
+    }
+}
+
 unsigned short Code(EQuorvelDevice eDeviceType, unsigned int nCommand)
 {
     return static_cast<unsigned short>(((static_cast<unsigned int>(eDeviceType) & 0x7F) << 8) | nCommand);
@@ -237,13 +249,16 @@ void CQuorvelClient::DataInd(const char* pData, unsigned short nLen)
         pMsg = std::make_unique<CQuorvelMsg>();
     if (!Parse(*pMsg, pData, nLen))
         return;
-    if (!pMsg->IsConfirmation()) {
-        if (DataIndRespond(pMsg.get()))
-            static_cast<void>(pMsg.release()); // taken over
-        else
-            t_pSpareMsg = std::move(pMsg);
-        return;
-    }
+    if (pMsg->IsConfirmation())
+        StoreConfirmation(std::move(pMsg));
+    else if (DataIndRespond(pMsg.get()))
+        static_cast<void>(pMsg.release()); // taken over
+    else
+        t_pSpareMsg = std::move(pMsg);
+}
+
+void CQuorvelClient::StoreConfirmation(std::unique_ptr<CQuorvelMsg> pMsg)
+{
     const short nID = pMsg->GetMsgID();
     auto pItem = std::make_unique<CMessageItem>(pMsg.get());
     static_cast<void>(pMsg.release()); // the item's now
@@ -263,14 +278,10 @@ CQuorvelMsg* CQuorvelClient::ToMsg(const unsigned char* pData, unsigned short nL
 
 bool CQuorvelClient::Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen)
 {
-    if (!oMsg.SetMessage(pData, nLen)) {
-        Trace(LEVEL_TRAFFIC, UNIT, "invalid incoming telegram from parter is discarded.");
-        Trace(LEVEL_TRAFFIC, UNIT, [&] { return ZelMemDump(pData, nLen, 0xFFFFFFFFU, 0xFFFFFFFFU); });
-        return false;
-    }
-    Trace(LEVEL_TRAFFIC, UNIT, "incoming telegram from parter");
-    Trace(LEVEL_TRAFFIC, UNIT, [&] { return Dump(oMsg.GetMessageData()); });
-    return true;
+    const bool bValid = oMsg.SetMessage(pData, nLen);
+    if (CTraceServer::IsEnabled(LEVEL_TRAFFIC))
+        TraceReceived(oMsg, pData, nLen, bValid);
+    return bValid;
 }
 
 void CQuorvelClient::ConInd(bool /*bConnected*/) {}

@@ -4,7 +4,10 @@
 #include "Trace.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <memory>
+#include <thread>
 #include <utility>
 
 namespace
@@ -21,7 +24,7 @@ constexpr std::size_t BLOCK = 16384;
 
 // What CAN frames and unassigned frames have in common.
 struct SFrame {
-    explicit SFrame(const std::string& strData)
+    explicit SFrame(std::string_view strData)
     {
         const CDataReader oData(strData);
         nIdentifier = oData.DWord(0);
@@ -82,8 +85,10 @@ void Put(T* pTo, T value)
 template<class FDecode>
 int ReadFrom(CQuorvelMsgQueue& oQueue, FDecode fnDecode)
 {
-    std::string strData;
-    const int nLeft = oQueue.Take(strData);
+    std::array<char, 128> acShort; // not cleared
+    std::string strLong;
+    std::string_view strData;
+    const int nLeft = oQueue.Take(acShort, strLong, strData);
     if (nLeft >= 0)
         fnDecode(strData);
     return nLeft;
@@ -91,60 +96,108 @@ int ReadFrom(CQuorvelMsgQueue& oQueue, FDecode fnDecode)
 
 } // namespace
 
+// Many telegrams one behind the other, each a length and its data.
+struct CQuorvelMsgQueue::SBlock {
+    explicit SBlock(std::size_t nSize) : m_nSize(nSize), m_pBytes(new char[nSize]) {}
+
+    const std::size_t m_nSize;
+    const std::unique_ptr<char[]> m_pBytes; // not cleared
+    std::atomic<SBlock*> m_pNext{nullptr};
+    std::size_t m_nEnd = 0; // how much is used; set before m_pNext
+};
+
+// Not inline, like all that is rare here: each frame passes through the functions around it.
+// Asleep, so that whoever has the lock gets on even when this thread has the higher priority.
+[[gnu::noinline]] void CQuorvelMsgQueue::CLock::Wait()
+{
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+}
+
+CQuorvelMsgQueue::~CQuorvelMsgQueue()
+{
+    Clear();
+}
+
 void CQuorvelMsgQueue::Append(const CQuorvelMsg& oMsg, const std::atomic<bool>& bEnabled)
 {
     const std::string& strData = oMsg.GetData();
     const auto nLen = static_cast<unsigned int>(strData.size());
     const std::size_t nNeeded = sizeof nLen + nLen;
-    const std::lock_guard oLock(m_oMutexIn);
-    const unsigned int nAppended = m_nAppended;
+    const std::lock_guard oLock(m_oLockIn);
+    const unsigned int nAppended = m_nAppended.load(std::memory_order_relaxed);
     if (nAppended - m_nTakenSeen >= m_nMaxSize)
         m_nTakenSeen = m_nTaken;
     if (!bEnabled || nAppended - m_nTakenSeen >= m_nMaxSize)
         return;
-    if (m_astrBlocks.empty() || m_astrBlocks.back().capacity() - m_astrBlocks.back().size() < nNeeded) {
-        if (m_astrBlocks.empty() || !m_astrBlocks.back().empty())
-            m_astrBlocks.emplace_back();
-        m_astrBlocks.back().reserve(std::max(BLOCK, nNeeded));
-    }
-    m_astrBlocks.back().append(reinterpret_cast<const char*>(&nLen), sizeof nLen).append(strData);
+    if (m_pLast == nullptr || m_pLast->m_nSize - m_nEnd < nNeeded)
+        AppendBlock(std::max(BLOCK, nNeeded));
+    char* const pTo = m_pLast->m_pBytes.get() + m_nEnd;
+    std::memcpy(pTo, &nLen, sizeof nLen);
+    strData.copy(pTo + sizeof nLen, nLen);
+    m_nEnd += nNeeded;
     m_nAppended.store(nAppended + 1, std::memory_order_release);
+}
+
+[[gnu::noinline]] void CQuorvelMsgQueue::AppendBlock(std::size_t nSize)
+{
+    auto* const pBlock = new SBlock(nSize);
+    if (m_pLast == nullptr) {
+        m_pFirst = pBlock;
+    } else {
+        m_pLast->m_nEnd = m_nEnd;
+        m_pLast->m_pNext.store(pBlock, std::memory_order_release);
+    }
+    m_pLast = pBlock;
+    m_nEnd = 0;
+}
+
+template<class FCopy>
+int CQuorvelMsgQueue::TakeBy(FCopy fnCopy)
+{
+    const std::lock_guard oLock(m_oLockOut);
+    const unsigned int nTaken = m_nTaken.load(std::memory_order_relaxed);
+    // Looked at once only: it may have to be fetched from the receive thread's processor.
+    const unsigned int nAppended = m_nAppended.load(std::memory_order_acquire);
+    if (nTaken == nAppended)
+        return -1;
+    SBlock* const pNext = m_pFirst->m_pNext.load(std::memory_order_acquire);
+    if (pNext != nullptr && m_nPos == m_pFirst->m_nEnd) {
+        delete std::exchange(m_pFirst, pNext);
+        m_nPos = 0;
+    }
+    unsigned int nLen = 0;
+    const char* const pFrom = m_pFirst->m_pBytes.get() + m_nPos;
+    std::memcpy(&nLen, pFrom, sizeof nLen);
+    fnCopy(pFrom + sizeof nLen, nLen);
+    m_nPos += sizeof nLen + nLen;
+    m_nTaken.store(nTaken + 1, std::memory_order_release);
+    return static_cast<int>(nAppended - nTaken - 1);
 }
 
 int CQuorvelMsgQueue::Take(std::string& strData)
 {
-    // First without a mutex, so that asking again and again does not hinder the receive thread.
-    unsigned int nTaken = m_nTaken;
-    if (nTaken == m_nAppended)
-        return -1;
-    const std::lock_guard oLock(m_oMutexOut);
-    if (m_nPos == m_strBlock.size()) {
-        m_strBlock.clear();
-        m_nPos = 0;
-        const std::lock_guard oLockIn(m_oMutexIn);
-        if (m_astrBlocks.empty() || m_astrBlocks.front().empty())
-            return -1;
-        m_strBlock.swap(m_astrBlocks.front());
-        if (m_astrBlocks.size() > 1)
-            m_astrBlocks.pop_front();
-    }
-    unsigned int nLen = 0;
-    std::memcpy(&nLen, m_strBlock.data() + m_nPos, sizeof nLen);
-    strData.assign(m_strBlock, m_nPos + sizeof nLen, nLen);
-    m_nPos += sizeof nLen + nLen;
-    nTaken = m_nTaken + 1;
-    m_nTaken.store(nTaken, std::memory_order_release);
-    return static_cast<int>(m_nAppended - nTaken);
+    return TakeBy([&](const char* pData, std::size_t nLen) { strData.assign(pData, nLen); });
+}
+
+int CQuorvelMsgQueue::Take(std::array<char, 128>& acShort, std::string& strLong, std::string_view& strData)
+{
+    return TakeBy([&](const char* pData, std::size_t nLen) {
+        if (nLen <= acShort.size()) {
+            std::memcpy(acShort.data(), pData, nLen);
+            strData = {acShort.data(), nLen};
+        } else {
+            strData = strLong.assign(pData, nLen);
+        }
+    });
 }
 
 void CQuorvelMsgQueue::Clear()
 {
-    std::deque<std::string> astrRemoved; // both destroyed when the mutexes are free again
-    std::string strRemoved;
-    const std::lock_guard oLock(m_oMutexOut);
-    const std::lock_guard oLockIn(m_oMutexIn);
-    m_astrBlocks.swap(astrRemoved);
-    m_strBlock.swap(strRemoved);
+    const std::lock_guard oLock(m_oLockOut);
+    const std::lock_guard oLockIn(m_oLockIn);
+    while (m_pFirst != nullptr)
+        delete std::exchange(m_pFirst, m_pFirst->m_pNext.load(std::memory_order_relaxed));
+    m_pLast = nullptr;
     m_nPos = 0;
     m_nTaken = m_nAppended.load();
 }
@@ -217,12 +270,8 @@ unsigned short CQuorvelClientCANDll::GetTime(unsigned char nFlags, const char* p
     if (nLen < TIMESTAMP_LENGTH)
         return 0;
     const auto nDataLen = static_cast<unsigned short>(nLen - TIMESTAMP_LENGTH);
-    unsigned int nSeconds = 0;
-    unsigned int nMicroSeconds = 0;
-    CQuorvelMsg::FromChar(nSeconds, pData + nDataLen);
-    CQuorvelMsg::FromChar(nMicroSeconds, pData + nDataLen + 4);
-    oTime.tv_sec = nSeconds;
-    oTime.tv_usec = nMicroSeconds;
+    oTime.tv_sec = Decode<unsigned int>(pData + nDataLen);
+    oTime.tv_usec = Decode<unsigned int>(pData + nDataLen + 4);
     return nDataLen;
 }
 
@@ -342,7 +391,7 @@ void CQuorvelClientCANDll::UNDEFINEDInd(const CQuorvelMsg& oMsg)
 int CQuorvelClientCANDll::CANGetMessage(int* pIdentifier, char* pData, unsigned char* pLen, int* pFlags,
                                         int* pSeconds, int* pMicroSeconds)
 {
-    return ReadFrom(m_oQueueFrame, [=](const std::string& strData) {
+    return ReadFrom(m_oQueueFrame, [=](std::string_view strData) {
         const SFrame oFrame(strData);
         Put(pIdentifier, static_cast<int>(oFrame.nIdentifier));
         // Signed here, unlike in the callbacks: existing applications rely on it.
@@ -358,7 +407,7 @@ int CQuorvelClientCANDll::CANGetMessage(int* pIdentifier, char* pData, unsigned 
 int CQuorvelClientCANDll::CANopenGetPDO(unsigned char* pNodeID, unsigned char* pPDOType, unsigned char* pLen,
                                         char* pData)
 {
-    return ReadFrom(m_oQueuePDO, [=](const std::string& strData) {
+    return ReadFrom(m_oQueuePDO, [=](std::string_view strData) {
         const CDataReader oData(strData);
         const unsigned char nLen = std::min(oData.Byte(2), MAX_LENGTH);
         Put(pNodeID, oData.Byte(0));
@@ -371,13 +420,13 @@ int CQuorvelClientCANDll::CANopenGetPDO(unsigned char* pNodeID, unsigned char* p
 int CQuorvelClientCANDll::CANopenGetSYNC(unsigned char* pValue)
 {
     return ReadFrom(m_oQueueSYNC,
-                    [=](const std::string& strData) { Put(pValue, CDataReader(strData).Byte(0)); });
+                    [=](std::string_view strData) { Put(pValue, CDataReader(strData).Byte(0)); });
 }
 
 int CQuorvelClientCANDll::CANopenGetEMCY(unsigned char* pNodeID, unsigned short* pErrorCode,
                                          unsigned char* pErrorRegister, unsigned char* pData)
 {
-    return ReadFrom(m_oQueueEMCY, [=](const std::string& strData) {
+    return ReadFrom(m_oQueueEMCY, [=](std::string_view strData) {
         const CDataReader oData(strData);
         Put(pNodeID, oData.Byte(0));
         Put(pErrorCode, ErrorCode(oData));
@@ -388,7 +437,7 @@ int CQuorvelClientCANDll::CANopenGetEMCY(unsigned char* pNodeID, unsigned short*
 
 int CQuorvelClientCANDll::CANopenGetGUARD(unsigned char* pNodeID, unsigned char* pState)
 {
-    return ReadFrom(m_oQueueGUARD, [=](const std::string& strData) {
+    return ReadFrom(m_oQueueGUARD, [=](std::string_view strData) {
         const CDataReader oData(strData);
         Put(pNodeID, oData.Byte(0));
         Put(pState, oData.Byte(1));
@@ -399,7 +448,7 @@ int CQuorvelClientCANDll::CANopenGetUndefined(int* pIdentifier, unsigned char* p
                                               unsigned char* pLen, char* pData, int* pSeconds,
                                               int* pMicroSeconds)
 {
-    return ReadFrom(m_oQueueUNDEFINED, [=](const std::string& strData) {
+    return ReadFrom(m_oQueueUNDEFINED, [=](std::string_view strData) {
         const CDataReader oData(strData);
         const SFrame oFrame(strData);
         Put(pIdentifier, static_cast<int>(oFrame.nIdentifier));

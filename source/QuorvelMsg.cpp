@@ -1,7 +1,7 @@
 #include "QuorvelMsg.h"
 
-#include <algorithm>
-#include <bit>
+#include "ByteOrder.h"
+
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -51,16 +51,6 @@ std::string Encode(T nValue)
         nRest = static_cast<decltype(nRest)>(nRest >> 8);
     }
     return strBytes;
-}
-
-template<class T>
-void Decode(T& nValue, const char* pData)
-{
-    std::memcpy(&nValue, pData, sizeof nValue);
-    if constexpr (std::endian::native == std::endian::big) {
-        auto* const pBytes = reinterpret_cast<char*>(&nValue);
-        std::reverse(pBytes, pBytes + sizeof nValue);
-    }
 }
 
 } // namespace
@@ -123,10 +113,14 @@ bool CQuorvelMsg::SetMessage(const char* pBuffer, unsigned short nBufferLen)
         SetMessage(0, 0, nullptr, 0);
         return false;
     }
-    FromChar(m_nLength, pBuffer);
-    FromChar(m_nCmdCode, pBuffer + 2);
-    FromChar(m_nMsgID, pBuffer + 4);
-    m_strData.assign(pBuffer + 6, nBufferLen - SHORTEST);
+    m_nLength = Decode<unsigned short>(pBuffer);
+    m_nCmdCode = Decode<unsigned short>(pBuffer + 2);
+    m_nMsgID = Decode<short>(pBuffer + 4);
+    const std::size_t nDataLen = nBufferLen - SHORTEST;
+    if (m_strData.size() == nDataLen)
+        std::memcpy(m_strData.data(), pBuffer + 6, nDataLen); // the usual case in a stream of like telegrams
+    else
+        m_strData.assign(pBuffer + 6, nDataLen);
     m_nCRC = static_cast<unsigned char>(pBuffer[nBufferLen - 1]);
     return IsValid(); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): own one while constructing
 }
@@ -154,12 +148,12 @@ std::string CQuorvelMsg::ToChar(unsigned int nValue) { return Encode(nValue); }
 std::string CQuorvelMsg::ToChar(long long nValue) { return Encode(nValue); }
 std::string CQuorvelMsg::ToChar(unsigned long long nValue) { return Encode(nValue); }
 
-void CQuorvelMsg::FromChar(short& nValue, const char* pData) { Decode(nValue, pData); }
-void CQuorvelMsg::FromChar(unsigned short& nValue, const char* pData) { Decode(nValue, pData); }
-void CQuorvelMsg::FromChar(int& nValue, const char* pData) { Decode(nValue, pData); }
-void CQuorvelMsg::FromChar(unsigned int& nValue, const char* pData) { Decode(nValue, pData); }
-void CQuorvelMsg::FromChar(long long& nValue, const char* pData) { Decode(nValue, pData); }
-void CQuorvelMsg::FromChar(unsigned long long& nValue, const char* pData) { Decode(nValue, pData); }
+void CQuorvelMsg::FromChar(short& nValue, const char* pData) { nValue = Decode<short>(pData); }
+void CQuorvelMsg::FromChar(unsigned short& nValue, const char* pData) { nValue = Decode<unsigned short>(pData); }
+void CQuorvelMsg::FromChar(int& nValue, const char* pData) { nValue = Decode<int>(pData); }
+void CQuorvelMsg::FromChar(unsigned int& nValue, const char* pData) { nValue = Decode<unsigned int>(pData); }
+void CQuorvelMsg::FromChar(long long& nValue, const char* pData) { nValue = Decode<long long>(pData); }
+void CQuorvelMsg::FromChar(unsigned long long& nValue, const char* pData) { nValue = Decode<unsigned long long>(pData); }
 // clang-format on
 
 unsigned int swablong(unsigned int nValue)

@@ -7,12 +7,11 @@
 #include <string>
 #include <type_traits>
 
-// Traces a text; text is a string or a function that makes one, called only when somebody listens.
+// Making the text stays out of line, so that a trace nobody listens to costs its place next to nothing.
 template<class TText>
-void Trace(unsigned char nLevel, const char* pUnit, const TText& text, unsigned int nLine = __builtin_LINE())
+[[gnu::noinline, gnu::cold]] void TraceText(unsigned char nLevel, const char* pUnit, const TText& text,
+                                            unsigned int nLine)
 {
-    if (!CTraceServer::IsEnabled(nLevel))
-        return;
     std::string strText;
     if constexpr (std::is_invocable_v<TText>)
         strText = text();
@@ -20,6 +19,14 @@ void Trace(unsigned char nLevel, const char* pUnit, const TText& text, unsigned 
         strText = text;
     CTraceServer::SendTraceMessage(nLevel, 3, 0xFFFFFFFFU, static_cast<unsigned short>(nLine), pUnit,
                                    strText.c_str(), 0);
+}
+
+// Traces a text; text is a string or a function that makes one, called only when somebody listens.
+template<class TText>
+void Trace(unsigned char nLevel, const char* pUnit, const TText& text, unsigned int nLine = __builtin_LINE())
+{
+    if (CTraceServer::IsEnabled(nLevel))
+        TraceText(nLevel, pUnit, text, nLine);
 }
 
 #endif

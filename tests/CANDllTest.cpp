@@ -187,6 +187,32 @@ TEST(CANDllTest, QueuesKeepTheOldest)
     }
 }
 
+TEST(CANDllTest, AQueueHoldsTelegramsOfAnyLength)
+{
+    CQuorvelMsgQueue oQueue;
+    oQueue.SetMaxSize(3000);
+    const std::atomic<bool> bOn{true};
+    const unsigned short anLengths[] = {0, 128, 129, 16380, 16384, 65528, 1};
+    std::array<char, 128> acShort{};
+    std::string strLong;
+    std::string_view strData;
+    for (int nRound = 0; nRound < 2; ++nRound) { // what one round left behind does not disturb the next
+        for (int i = 0; i < 140; ++i) {
+            const std::string strSent(anLengths[i % 7], static_cast<char>(i));
+            oQueue.Append(CQuorvelMsg(0x0203, 0, strSent.data(), anLengths[i % 7]), bOn);
+        }
+        for (int i = 0; i < 70; ++i) {
+            ASSERT_EQ(139 - i, i % 2 == 0 ? oQueue.Take(acShort, strLong, strData) : oQueue.Take(strLong));
+            const std::string strSent(anLengths[i % 7], static_cast<char>(i));
+            ASSERT_TRUE(strSent == (i % 2 == 0 ? strData : strLong)) << i;
+        }
+        oQueue.Clear();
+        strLong = "left alone";
+        ASSERT_EQ(-1, oQueue.Take(strLong));
+        ASSERT_EQ("left alone", strLong);
+    }
+}
+
 class CANDllThreadsTest : public testing::Test
 {
   protected:
@@ -225,6 +251,41 @@ TEST_F(CANDllThreadsTest, NothingIsLostWhileCallbacksAreExchanged)
     }));
     oSender.join();
     EXPECT_EQ(100000U, g_nFrames);
+}
+
+TEST_F(CANDllThreadsTest, SeveralReadersGetEveryFrameOnceAndInOrder)
+{
+    constexpr int FRAMES = 50000;
+    CClient oClient;
+    oClient.SetMaxSizePerQueue(FRAMES);
+    Connect(oClient);
+    std::atomic<int> nRead{0};
+    std::atomic<long> nSum{0};
+    const auto fnRead = [&] {
+        int nLast = -1;
+        EXPECT_TRUE(WaitUntil([&] {
+            int nIdentifier = 0;
+            while (oClient.CANGetMessage(&nIdentifier, nullptr, nullptr, nullptr, nullptr, nullptr) >= 0) {
+                EXPECT_LT(nLast, nIdentifier);
+                nLast = nIdentifier;
+                nSum += nIdentifier;
+                ++nRead;
+            }
+            return nRead >= FRAMES;
+        }));
+    };
+    std::thread oReader(fnRead);
+    std::string strFrames;
+    for (int i = 0; i < FRAMES; ++i) {
+        strFrames += Telegram(0x0203, 0, {static_cast<char>(i), static_cast<char>(i >> 8), 0, 0, 0});
+        if (strFrames.size() > 5000 || i == FRAMES - 1)
+            m_oPeer.Send(std::exchange(strFrames, {}));
+    }
+    fnRead();
+    oReader.join();
+    EXPECT_EQ(FRAMES, nRead);
+    EXPECT_EQ(1249975000L, nSum);
+    EXPECT_EQ("-1", oClient.Read(0x0203));
 }
 
 TEST_F(CANDllThreadsTest, DestroyingWhileFramesStreamIn)
