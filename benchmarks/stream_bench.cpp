@@ -214,7 +214,8 @@ double TimeQueue(const std::string& strFrames)
     int nMicroSeconds = 0;
     for (int nSeen = 0; nSeen < g_nFrames;) {
         if (oClient.CANGetMessage(&nIdentifier, acData, &nLen, &nFlags, &nSeconds, &nMicroSeconds) < 0)
-            std::this_thread::yield();
+            std::this_thread::sleep_for(
+                std::chrono::microseconds(100)); // as a program does, not to take a processor
         else
             g_bOrder = g_bOrder && nIdentifier == nSeen++;
     }
