@@ -294,11 +294,11 @@ class CFlashVerb : public CVerb
             ->type_name("BYTES")
             ->transform(SizeNumber())
             ->check(CLI::Validator(
-                [](const std::string& strText) -> std::string {
-                    const auto nSize = ParseNumber(strText, std::uint64_t{1} << 32);
+                [](const std::string& strNumber) -> std::string {
+                    const auto nSize = ParseNumber(strNumber, std::uint64_t{1} << 32);
                     return nSize && *nSize != 0 && *nSize % CSpiFlash::SECTOR == 0
                                ? ""
-                               : strText + " is no multiple of 4096 up to 4 GiB";
+                               : strNumber + " is no multiple of 4096 up to 4 GiB";
                 },
                 ""));
     }
