@@ -8,6 +8,7 @@ namespace
 {
 
 constexpr int RC_NOT_ACKNOWLEDGED = 0x0120;
+constexpr int RC_SHORT_ANSWER = 0x000C0000;
 
 unsigned short GetSlaveAddress(const SI2cMessage& oMessage)
 {
@@ -18,6 +19,20 @@ unsigned short GetSlaveAddress(const SI2cMessage& oMessage)
 std::string GetWire(const SI2cMessage& oMessage)
 {
     return static_cast<char>(GetSlaveAddress(oMessage)) + oMessage.strBytes;
+}
+
+// The operation, for a report. Only without an acknowledge the gateway tells which message it was, and where.
+std::string Describe(std::span<const SI2cMessage> aoMessages, std::size_t nFirst, std::size_t nAll, int nRC,
+                     std::size_t nFailed, unsigned nPosition)
+{
+    if (aoMessages.size() > 1 && (nRC != RC_NOT_ACKNOWLEDGED || nFailed >= aoMessages.size()))
+        return fmt::format("{} messages to 0x{:02x}", aoMessages.size(), aoMessages[0].nAddress);
+    const SI2cMessage& oFailed = aoMessages[nFailed];
+    return fmt::format(
+        "{}{} {} byte{} {} 0x{:02x}{}", nAll > 1 ? fmt::format("message {}: ", nFirst + nFailed) : "",
+        oFailed.bRead ? "read" : "write", oFailed.nLength, oFailed.nLength == 1 ? "" : "s",
+        oFailed.bRead ? "from" : "to", oFailed.nAddress,
+        nRC == RC_NOT_ACKNOWLEDGED && nPosition > 0 ? fmt::format(", byte {}", nPosition) : "");
 }
 
 } // namespace
@@ -53,8 +68,7 @@ int CI2cBus::Execute(std::span<SI2cMessage> aoMessages, std::size_t& nFailed, un
                                        strRead.data(), static_cast<unsigned short>(nLength), nRead, nIndex);
         nFailed = nIndex;
     }
-    strRead.resize(nRead);
-    return nRC;
+    return nRC == 0 && nRead < strRead.size() ? RC_SHORT_ANSWER : nRC;
 }
 
 int CI2cBus::RunTogether(std::span<SI2cMessage> aoMessages, std::size_t nFirst, std::size_t nAll,
@@ -68,21 +82,13 @@ int CI2cBus::RunTogether(std::span<SI2cMessage> aoMessages, std::size_t nFirst, 
         *pUnreadable = true;
         return eStatusDone;
     }
-    const SI2cMessage& oFailed = aoMessages[std::min(nFailed, aoMessages.size() - 1)];
-    std::string strOperation =
-        fmt::format("{} {} byte{} {} 0x{:02x}", oFailed.bRead ? "read" : "write", oFailed.nLength,
-                    oFailed.nLength == 1 ? "" : "s", oFailed.bRead ? "from" : "to", oFailed.nAddress);
-    if (nAll > 1)
-        strOperation = fmt::format("message {}: ", nFirst + nFailed) + strOperation;
-    if (nRC == RC_NOT_ACKNOWLEDGED && nPosition > 0)
-        strOperation += fmt::format(", byte {}", nPosition);
-    if (const int nStatus = m_oGateway.Check(strOperation, nRC); nStatus != 0)
+    if (const int nStatus =
+            m_oGateway.Check(Describe(aoMessages, nFirst, nAll, nRC, nFailed, nPosition), nRC);
+        nStatus != 0)
         return nStatus;
     for (SI2cMessage& oMessage : aoMessages) {
         if (!oMessage.bRead)
             continue;
-        if (strRead.size() < oMessage.nLength)
-            return m_oTool.Fail(eStatusNoAnswer, strOperation + ": the answer is too short");
         oMessage.strBytes = strRead.substr(0, oMessage.nLength);
         strRead.erase(0, oMessage.nLength);
         if (!oMessage.bVariable)

@@ -3,6 +3,7 @@
 #include "Groups.h"
 #include "I2cBus.h"
 #include "Text.h"
+#include "VerbsI2cEeprom.h"
 
 #include <algorithm>
 #include <array>
@@ -84,12 +85,15 @@ class CI2cVerb : public CVerb
     {
         return m_oApp
             .add_option("I2CBUS", m_nBus, "Port index of the gateway, as --port-index: 0 is the first")
+            ->type_name("")
             ->check(CLI::Range(0U, 599U).description(""));
     }
 
     void AddAddress(const std::string& strName)
     {
-        m_oApp.add_option(strName, m_oAccess.nAddress, "The 7-bit address of the device")->required();
+        m_oApp.add_option(strName, m_oAccess.nAddress, "The 7-bit address of the device")
+            ->type_name("")
+            ->required();
     }
 
     unsigned GetFirst() const { return m_bAll ? 0x00 : 0x08; }
@@ -144,8 +148,8 @@ class CDetect : public CI2cVerb
         m_oApp.add_flag("-F", m_bFunctions, "List what can be done on the bus instead");
         m_oApp.add_flag("-l", m_bList, "List the buses instead: the gateways at HOST from port index 0 on");
         m_pBus = AddBus();
-        m_oApp.add_option("FIRST", m_nFirst, "The first address to probe");
-        m_oApp.add_option("LAST", m_nLast, "The last address to probe");
+        m_oApp.add_option("FIRST", m_nFirst, "The first address to probe")->type_name("");
+        m_oApp.add_option("LAST", m_nLast, "The last address to probe")->type_name("");
         m_oApp.footer(
             "Prints the grid of i2cdetect: an address that answers, -- where nobody does, and nothing where "
             "none was probed. With --json an object with the address of each device found.\n\n"
@@ -294,11 +298,15 @@ class CGet : public CI2cVerb
         AddBus()->required();
         AddAddress("CHIP-ADDRESS");
         m_oApp.add_option("DATA-ADDRESS", m_oAccess.nRegister, "The register; none: read a byte at once")
+            ->type_name("")
             ->check(CLI::Range(0U, 0xFFU).description(""));
-        m_oApp.add_option("MODE", m_strMode,
-                          "b byte (default), w word, c write byte and read byte, s SMBus block, i I2C block; "
-                          "p appended: with PEC, the SMBus packet error code");
+        m_oApp
+            .add_option("MODE", m_strMode,
+                        "b byte (default), w word, c write byte and read byte, s SMBus block, i I2C block; "
+                        "p appended: with PEC, the SMBus packet error code")
+            ->type_name("");
         m_oApp.add_option("LENGTH", m_nLength, "Bytes in an I2C block: 1 to 32, which is the default")
+            ->type_name("")
             ->check(CLI::Range(1U, 32U).description(""));
         m_oApp.footer(
             "Prints 0x1a for a byte, 0x1a2b for a word, whose low byte comes first, and 0x1a 0x2b for "
@@ -367,13 +375,15 @@ class CSet : public CI2cVerb
         AddBus()->required();
         AddAddress("CHIP-ADDRESS");
         m_oApp.add_option("DATA-ADDRESS", m_oAccess.nRegister, "The register")
+            ->type_name("")
             ->required()
             ->check(CLI::Range(0U, 0xFFU).description(""));
-        m_oApp.add_option(
-            "VALUE", m_astrWords,
-            "The value, or the bytes of a block, at most 32; then the mode: b byte (default for "
-            "one value), w word, s SMBus block, i I2C block, c no value (default without any); p "
-            "appended: with PEC, the SMBus packet error code");
+        m_oApp
+            .add_option("VALUE", m_astrWords,
+                        "The value, or the bytes of a block, at most 32; then the mode: b byte (default for "
+                        "one value), w word, s SMBus block, i I2C block, c no value (default without any); p "
+                        "appended: with PEC, the SMBus packet error code")
+            ->type_name("");
         m_oApp.footer(
             "Prints nothing, or with -r \"Value 0x12 written, readback matched\" or \"Warning - data "
             "mismatch - "
@@ -518,12 +528,16 @@ class CDump : public CI2cVerb
         m_oApp.add_option("-r", m_strRange, "Only these registers")->type_name("FIRST-LAST");
         AddBus()->required();
         AddAddress("ADDRESS");
-        m_oApp.add_option("MODE", m_strMode,
-                          "b byte (default), w word, W word at even registers, c consecutive bytes, i I2C "
-                          "blocks; p appended: with PEC, the SMBus packet error code");
+        m_oApp
+            .add_option("MODE", m_strMode,
+                        "b byte (default), w word, W word at even registers, c consecutive bytes, i I2C "
+                        "blocks; p appended: with PEC, the SMBus packet error code")
+            ->type_name("");
         m_oApp.add_option("BANK", m_nBank, "Bank to select before, 0 to 15; the old one is restored")
+            ->type_name("")
             ->check(CLI::Range(0U, 15U).description(""));
         m_oApp.add_option("BANKREG", m_nBankRegister, "The register that selects it; default 0x4e")
+            ->type_name("")
             ->check(CLI::Range(0U, 0xFFU).description(""));
         m_oApp.footer(
             "Prints the grid of i2cdump: XX is a register that cannot be read. The characters beside it: . "
@@ -741,7 +755,9 @@ class CTransfer : public CI2cVerb
     {
         m_oApp.add_flag("-b", m_bBinary, "Print the bytes read as they are");
         AddBus()->required();
-        m_oApp.add_option("MESSAGE", m_astrWords, "DESC [DATA]... for each message, see below")->required();
+        m_oApp.add_option("MESSAGE", m_astrWords, "DESC [DATA]... for each message, see below")
+            ->type_name("")
+            ->required();
         m_oApp.footer(
             "DESC is [p]{r|w}LENGTH[@address]: read or write LENGTH bytes, 0 to 65535, at a 7-bit address; "
             "without one, that of the message before. r? reads a block whose first byte tells how many "
@@ -814,6 +830,7 @@ class CClock : public CVerb
     explicit CClock(CLI::App& oGroup) : CVerb(oGroup, "clock", "Show or set the bus clock")
     {
         m_oApp.add_option("HZ", m_nClock, "The clock to set, in Hz; 100 and 400 mean kHz")
+            ->type_name("")
             ->check(CLI::Range(1U, 0xFFFFFFFFU).description(""));
         m_oApp.footer("Without HZ prints the clock in Hz.\n\n"
                       "quorvel -g 192.168.0.10 i2c clock\n\n"
@@ -854,4 +871,5 @@ void AddI2c(CTool& oTool)
     oTool.AddVerb<CDump>(oGroup);
     oTool.AddVerb<CTransfer>(oGroup);
     oTool.AddVerb<CClock>(oGroup);
+    AddI2cEeprom(oTool, oGroup);
 }
