@@ -140,7 +140,13 @@ int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
         if (oJob.oOperation.eAction == EAction::eRead) {
             astrWritten.insert(oJob.oOperation.strFile);
         } else if (oJob.oOperation.strFile == "-" || !astrWritten.contains(oJob.oOperation.strFile)) {
-            if (const int nStatus = Load(oJob); nStatus != 0)
+            int nStatus = Load(oJob);
+            const bool bKnown =
+                std::all_of(oJob.anMemories.begin(), oJob.anMemories.end(),
+                            [this](std::size_t n) { return m_oTarget.GetMemories()[n].nSize > 0; });
+            if (nStatus == 0 && bKnown)
+                nStatus = Fit(oJob);
+            if (nStatus != 0)
                 return nStatus;
         }
     }
@@ -155,7 +161,7 @@ int CProgrammer::Fit(SJob& oJob) const
         if (oJob.anMemories.size() > 1)
             return m_oTool.Fail(eStatusFile, strFile + " has no addresses: it can be for one memory only");
         CImage oMoved;
-        oMoved.Set(oFirst.nAddress, oJob.oImage.GetRanges()[0].strBytes);
+        oMoved.Set(m_oOptions.nFirst.value_or(oFirst.nAddress), oJob.oImage.GetRanges()[0].strBytes);
         oJob.oImage = std::move(oMoved);
         oJob.bAddressed = true;
     }
@@ -652,11 +658,14 @@ CTargetOperation<eAction>::CTargetOperation(CLI::App& oGroup, const STargetTexts
     if constexpr (eAction == EAction::eRead) {
         AddRangeOptions(m_oApp, m_oOptions);
         strExample += fmt::format(" - --format h --first {}", oTexts.pFirstData);
-    } else if constexpr (eAction == EAction::eWrite) {
-        AddWriteOptions(m_oApp, m_oOptions);
-        strExample += " diag.hex";
     } else {
-        strExample += " diag.hex --format i";
+        m_oApp
+            .add_option("--first", m_oOptions.nFirst,
+                        "Where a file without addresses begins; default the first address of the memory")
+            ->type_name("ADDRESS");
+        if constexpr (eAction == EAction::eWrite)
+            AddWriteOptions(m_oApp, m_oOptions);
+        strExample += " diag.hex";
     }
     m_oApp.footer(
         fmt::format("{}{}\n\n{} Reading writes a raw file for one memory, format I for several.\n\n{}\n\n{}",

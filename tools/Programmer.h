@@ -72,12 +72,14 @@ class CProgrammer
 {
   public:
     struct SOptions {
-        bool bErase = false;                 ///< erase the whole first memory before anything else
-        bool bNoAutoErase = false;           ///< write without erasing
-        bool bNoVerify = false;              ///< do not read back what was written
-        bool bDryRun = false;                ///< neither erase nor write
-        std::optional<std::uint64_t> nFirst; ///< first address to read; nothing: that of the memory
-        std::optional<std::uint64_t> nLast;  ///< last address to read; nothing: that of the memory
+        bool bErase = false;       ///< erase the whole first memory before anything else
+        bool bNoAutoErase = false; ///< write without erasing
+        bool bNoVerify = false;    ///< do not read back what was written
+        bool bDryRun = false;      ///< neither erase nor write
+        /// First address to read, and where a file without addresses begins; nothing: that of the memory.
+        std::optional<std::uint64_t> nFirst;
+        /// Last address to read; nothing: that of the memory.
+        std::optional<std::uint64_t> nLast;
     };
 
     CProgrammer(CTool& oTool, CTarget& oTarget, const SOptions& oOptions)
@@ -87,7 +89,7 @@ class CProgrammer
 
     /**
      * Checks operations and loads their files; those that an earlier operation is going to write are loaded later.
-     * The target need not be open.
+     * The target need not be open; memories whose size is known already are compared with the files.
      * @return 0, or the exit status of a failure, which was reported
      */
     int Prepare(const std::vector<SMemoryOperation>& aoOperations);
