@@ -117,6 +117,8 @@ int CProgrammer::Load(SJob& oJob) const
 int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
 {
     const std::vector<std::string> astrNames = GetNames(m_oTarget);
+    if (m_oOptions.nLast && m_oOptions.nFirst.value_or(0) > *m_oOptions.nLast)
+        return m_oTool.Fail(eStatusUsage, "--last is below --first");
     for (const SMemoryOperation& oOperation : aoOperations) {
         std::string strError;
         const auto anMemories = SelectMemories(oOperation.strMemories, astrNames, strError);
@@ -490,7 +492,7 @@ constexpr const char* STATUS = "Exit status: 0 done, 1 refused by the gateway, 2
 
 void AddMemoryOption(CLI::App& oApp, std::string& strMemories)
 {
-    oApp.add_option("-m,--memory", strMemories, "Memories, a list such as flash,user or all or all,-user")
+    oApp.add_option("-m,--memory", strMemories, "Memories, separated by commas, or all")
         ->type_name("LIST")
         ->capture_default_str();
 }
@@ -568,7 +570,7 @@ int CTargetInfo::Run(CTool& oTool)
 CTargetErase::CTargetErase(CLI::App& oGroup, const STargetTexts& oTexts)
     : CTargetVerb(oGroup, "erase", "Erase memories"), m_strMemories("flash")
 {
-    m_oApp.add_option("MEMORIES", m_strMemories, "A list such as flash,user or all or all,-user")
+    m_oApp.add_option("MEMORIES", m_strMemories, "Memories, separated by commas, or all")
         ->type_name("")
         ->capture_default_str();
     m_oApp.footer(fmt::format("{}\n\nErasing takes long: raise --timeout when the gateway does not answer in "

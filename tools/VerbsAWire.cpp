@@ -24,18 +24,18 @@ constexpr int RC_READ_FAILED = 0x0E26;
 class CAWire : public CGateway<CQuorvelClientAWire>
 {
   public:
-    explicit CAWire(CTool& oTool) : CGateway(oTool), m_oInterrupt(oTool.GetInterrupt())
-    {
-        m_oInterrupt.SetAction([this] {
-            Disconnect();
-            m_oEventBlockProgress.Signal();
-        });
-    }
+    explicit CAWire(CTool& oTool) : CGateway(oTool), m_oInterrupt(oTool.GetInterrupt()) {}
 
     ~CAWire() override
     {
         m_oInterrupt.SetAction({});
         StopReception();
+    }
+
+    /// From now on Ctrl-C ends waits, but does not close the connection: an exchange would wait for its time-out.
+    void KeepOpen()
+    {
+        m_oInterrupt.SetAction([this] { m_oEventBlockProgress.Signal(); });
     }
 
     CZelEvent& GetEvent() { return m_oEventBlockProgress; }
@@ -87,6 +87,7 @@ class CAWireTarget : public CTarget
     {
         if (const int nStatus = m_oGateway.OpenGateway(); nStatus != 0)
             return nStatus;
+        m_oGateway.KeepOpen();
         unsigned nStart = 0;
         unsigned nSize = 0;
         unsigned nPageSize = 0;
@@ -125,6 +126,8 @@ class CAWireTarget : public CTarget
         for (std::uint64_t nDone = 0; nDone < nLength;) {
             const auto nChunk = static_cast<unsigned short>(std::min(READ_CHUNK, nLength - nDone));
             unsigned short nRead = 0;
+            if (m_oTool.GetInterrupt().GetSignal() != 0)
+                return m_oTool.Fail(eStatusNoAnswer, "");
             int nRC = m_oGateway.Read(static_cast<unsigned>(nAddress + nDone), nChunk,
                                       strBytes.data() + nDone, nRead);
             if (nRC == 0 && nRead < nChunk)
@@ -204,7 +207,7 @@ class CAWireTarget : public CTarget
                                 m_oTool.GetPort(eDeviceAWire), nAddress + nFinished,
                                 static_cast<unsigned>(eProgress)));
             fnProgress(nFinished + nDone);
-            if (!bConnected)
+            if (!bConnected || m_oTool.GetInterrupt().GetSignal() != 0)
                 return Fail(nAddress + nFinished, RC_CONNECTION_LOST);
             if (!m_oGateway.GetEvent().WaitBeyond(nSignals, m_oTool.GetOptions().nTimeout))
                 return Fail(nAddress + nFinished + nDone, RC_TIME_OUT);

@@ -37,6 +37,8 @@ class CFirmwareTarget : public CTarget
     {
         if (const int nStatus = m_oGateway.OpenGateway(); nStatus != 0)
             return nStatus;
+        // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
+        m_oTool.GetInterrupt().SetAction({});
         int nSize = 0;
         const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize));
         m_aoMemories[1].nSize = static_cast<unsigned>(nSize);
@@ -61,6 +63,8 @@ class CFirmwareTarget : public CTarget
             char acBytes[std::max(BLOCK, EEPROM_READ_CHUNK)];
             unsigned nRead = 0;
             int nRC = 0;
+            if (m_oTool.GetInterrupt().GetSignal() != 0)
+                return m_oTool.Fail(eStatusNoAnswer, "");
             if (bFlash) {
                 nRC = m_oGateway.ReadFlash(static_cast<unsigned short>(nAt / BLOCK), acBytes, nRead);
             } else {
@@ -84,6 +88,8 @@ class CFirmwareTarget : public CTarget
               const TProgress& fnProgress) override
     {
         for (std::uint64_t nDone = 0; nDone < strBytes.size();) {
+            if (m_oTool.GetInterrupt().GetSignal() != 0)
+                return m_oTool.Fail(eStatusNoAnswer, "");
             const std::uint64_t nAt = nAddress + nDone;
             const char* const pBytes = strBytes.data() + nDone;
             const std::uint64_t nChunk =

@@ -82,7 +82,7 @@ class CRenesasTarget : public CTarget
     {
         if (const int nStatus = m_oGateway.OpenGateway(); nStatus != 0)
             return nStatus;
-        // From now on Ctrl-C does not close the connection: the run is to be completed on it.
+        // From now on Ctrl-C does not close the connection: the run is completed on it.
         m_oTool.GetInterrupt().SetAction({});
         int nStatus = m_oGateway.Check("init", m_oGateway.Init());
         m_bRunning = nStatus == 0;
