@@ -96,8 +96,7 @@ class CAWireTarget : public CTarget
             nStatus != 0)
             return nStatus;
         if (nSize == 0 || nPageSize == 0)
-            return m_oTool.Fail(eStatusRefused,
-                                "the gateway does not know its target: give it a configuration");
+            return m_oTool.Fail(eStatusRefused, "the gateway does not know its target: see awire config");
         m_aoMemories[0] = {"flash", nStart, nSize, nPageSize,
                            std::min<std::uint64_t>(m_oOptions.nBlockSize, nSize)};
         m_aoMemories[1] = {"user", std::uint64_t{nStart} + nSize, nPageSize, nPageSize, nPageSize};
@@ -221,10 +220,61 @@ class CAWireTarget : public CTarget
     std::string m_strName;
 };
 
+/// Tells the gateway which target it has.
+class CAWireConfig : public CVerb
+{
+  public:
+    explicit CAWireConfig(CLI::App& oGroup)
+        : CVerb(oGroup, "config", "Tell the gateway which target is connected to it")
+    {
+        AddNumber("--baud-rate", m_nBaudrate, "Interface baud rate, bits per second", "N");
+        AddNumber("--address", m_nAddress, "Start address of the flash", "ADDRESS");
+        AddNumber("--size", m_nSize, "Size of the flash", "BYTES");
+        AddNumber("--page", m_nPageSize, "Size of a page, and of the user page", "BYTES");
+        m_oApp.add_option("--name", m_strName, "Name of the target")->type_name("TEXT");
+        m_oApp.footer(
+            "What is not given stays as it is. `info` prints it.\n\nquorvel -g 192.168.0.10 awire config "
+            "--address 0x80000000 --size 0x80000 --page 512 --name UC3");
+    }
+
+    int Run(CTool& oTool) override
+    {
+        CGateway<CQuorvelClientAWire> oGateway(oTool);
+        if (const int nStatus = oGateway.OpenGateway(); nStatus != 0)
+            return nStatus;
+        unsigned nBaudrate = 0;
+        unsigned nAddress = 0;
+        unsigned nSize = 0;
+        unsigned nPageSize = 0;
+        std::string strName;
+        if (const int nStatus = oGateway.Check(
+                "get target", oGateway.GetConfig(nBaudrate, nAddress, nSize, nPageSize, strName));
+            nStatus != 0)
+            return nStatus;
+        return oGateway.Check(
+            "set target", oGateway.SetConfig(m_nBaudrate.value_or(nBaudrate), m_nAddress.value_or(nAddress),
+                                             m_nSize.value_or(nSize), m_nPageSize.value_or(nPageSize),
+                                             m_strName.value_or(strName)));
+    }
+
+  private:
+    void AddNumber(const char* pName, std::optional<unsigned>& nNumber, const char* pText, const char* pType)
+    {
+        m_oApp.add_option(pName, nNumber, pText)->type_name(pType);
+    }
+
+    std::optional<unsigned> m_nBaudrate;
+    std::optional<unsigned> m_nAddress;
+    std::optional<unsigned> m_nSize;
+    std::optional<unsigned> m_nPageSize;
+    std::optional<std::string> m_strName;
+};
+
 } // namespace
 
 void AddAWire(CTool& oTool)
 {
     CLI::App& oGroup = oTool.AddGroup("awire", "The aWire programmer: flash and user page of a target");
     AddTargetVerbs<CAWireTarget>(oTool, oGroup);
+    oTool.AddVerb<CAWireConfig>(oGroup);
 }

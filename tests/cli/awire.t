@@ -157,7 +157,7 @@ Ctrl-C while a large file is written, and a gateway that goes meanwhile:
     $ sed -n 's/0x10[0-9a-f]*/ADDRESS/; /^quorvel/p' last
     quorvel: AWire gateway 127.90.4.5:5013: write ADDRESS: 0x00030000, Not connected to TCP/IP partner (the connection is lost)
 
-Refused, damaged and lost answers:
+Refused, damaged and lost answers, and another target:
 
     $ wait $sim; start 'AWire:refuse=0x25@2'
     $ away flash diag.hex
@@ -174,3 +174,11 @@ Refused, damaged and lost answers:
     ls: cannot access 'x': No such file or directory
     [2]
     $ kill $sim; wait $sim
+    $ quorvel awire config --address 0x80000000 --size 0x8000 --name UC3 && quorvel awire info
+    target    UC3
+    baud_rate 1000000
+    flash     0x80000000-0x80007fff, 32768 bytes, pages of 512 bytes, erased as a whole
+    user      0x80008000-0x800081ff, 512 bytes, pages of 512 bytes, erased as a whole
+    $ quorvel awire config --page 7
+    quorvel: AWire gateway 127.90.4.1:5013: set target: 0x00000E23, SetConfig failed to read Flash or Page size
+    [1]
