@@ -47,7 +47,12 @@ int CImage::Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile
     std::string strContent;
     if (const int nStatus = ReadFile(oTool, strPath, strContent); nStatus != 0)
         return nStatus;
-    const std::string strName = strPath == "-" ? "standard input" : strPath;
+    return Parse(oTool, strPath == "-" ? "standard input" : strPath, std::move(strContent), eType);
+}
+
+int CImage::Parse(const CTool& oTool, const std::string& strName, std::string strContent,
+                  CQuorvelHexfile::EType eType, bool bTolerant)
+{
     if (strContent.empty())
         return oTool.Fail(eStatusFile, strName + ": the file is empty");
     m_aoRanges.clear();
@@ -84,6 +89,8 @@ int CImage::Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile
                                                                                  : "no complete record";
         if (nResult == CQuorvelHexfile::eResultRecordType)
             CTool::Warn(fmt::format("{}:{}: {}, left out: {}", strName, nLine, pFault, Quote(strLine)));
+        else if (bTolerant && nResult == CQuorvelHexfile::eResultChecksum)
+            CTool::Warn(fmt::format("{}:{}: {}: {}", strName, nLine, pFault, Quote(strLine)));
         else
             nStatus =
                 oTool.Fail(eStatusFile, fmt::format("{}:{}: {}: {}", strName, nLine, pFault, Quote(strLine)));

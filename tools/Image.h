@@ -33,6 +33,18 @@ class CImage
      */
     int Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType);
 
+    /**
+     * Loads the content of a file; otherwise as Load.
+     * @param oTool      reports
+     * @param strName    what reports call the file
+     * @param strContent its bytes
+     * @param eType      its format
+     * @param bTolerant  true: wrong checksums are warnings
+     * @return 0, or the exit status of a failure, which was reported
+     */
+    int Parse(const CTool& oTool, const std::string& strName, std::string strContent,
+              CQuorvelHexfile::EType eType, bool bTolerant = false);
+
     /// @return the format of the file that was loaded
     CQuorvelHexfile::EType GetType() const { return m_eType; }
 

@@ -1,0 +1,70 @@
+    $ quorvel() { command quorvel -g "$GATEWAY" "$@"; }
+
+    $ quorvel firmware info
+    serial number  1001
+    hardware       KTV-GW 1.2
+    software       1.0
+    EEPROM         65536 bytes
+    $ quorvel --json firmware info
+    {"serial_number":1001,"hardware":"KTV-GW 1.2","software":"1.0","eeprom_bytes":65536}
+
+The EEPROM:
+
+    $ quorvel firmware eeprom write --first 0x1fe --format m 0x12,0x34,5
+    Reading 3 bytes for eeprom from the command line
+    Writing 3 bytes to eeprom, 3 bytes written, 3 verified
+    $ quorvel firmware eeprom read --first 0x1fc --last 0x202
+    000001fc  ff ff 12 34 05 ff ff                             |...4...|
+    $ quorvel --json firmware eeprom read --first 0 --last 3
+    {"first":0,"last":3,"bytes":"000003e9"}
+    $ srec_cat -generate 0x400 0x1400 -repeat-string 'EEPROM.' -o e.hex -intel
+    $ quorvel -q firmware eeprom write e.hex && quorvel -q firmware eeprom read e.s --format s && srec_cat e.s -crop 0x400 0x1400 -o crop.hex -intel && srec_cmp e.hex -intel crop.hex -intel
+    $ quorvel firmware eeprom read --last 0x10000
+    quorvel: the EEPROM is 0x0000-0xffff
+    [2]
+    $ quorvel firmware eeprom write --first 0xffff --format m 1,2
+    quorvel: the command line: 0x00010000-0x00010000 is outside eeprom (0x00000000-0x0000ffff)
+    [5]
+
+An update asks, and checks the file first:
+
+    $ srec_cat -generate 0 5000 -repeat-string 'New firmware. ' -o new.hex -intel
+    $ quorvel firmware update new.hex < /dev/null
+    quorvel: there is no terminal to ask for permission: give --yes
+    [2]
+    $ script -qec "quorvel -g $GATEWAY firmware update new.hex" /dev/null <<< n | tail -1 | sed 's/.*] //; s/\r//'
+    quorvel: not updated: you did not agree
+    $ srec_cat new.hex -intel -offset 0x3f000 -o high.hex -intel; quorvel firmware update --yes high.hex
+    quorvel: input file high.hex: 0x00040000-0x00040387 is outside flash (0x00000000-0x0003ffff)
+    [5]
+    $ quorvel -q firmware read old.bin && tr -d '\0' < old.bin | wc -c
+    0
+    $ quorvel firmware update --yes new.hex
+    Reading 5000 bytes for flash from input file new.hex
+    Erasing flash
+    Writing 5000 bytes to flash
+    Writing \| #{50} \| 100% \d+\.\d\d s (re)
+    Reading \| #{50} \| 100% \d+\.\d\d s (re)
+    5000 bytes of flash verified
+    Restarting
+    serial number 1001, hardware KTV-GW 1.2, software 1.0
+    $ quorvel -q firmware read new.bin && srec_cat new.hex -intel -fill 0xFF 0 0x40000 -o filled.bin -binary && cmp new.bin filled.bin
+    $ quorvel -q firmware read - --format i --first 100 --last 4999 | srec_cat - -intel -o - -intel | srec_info - -intel
+    Format: Intel Hexadecimal (MCS-86)
+    Data:   0064 - 1387
+
+A gateway that refuses a block, and an update that is interrupted:
+
+    $ mkfifo ready progress
+    $ start() { command quorvel-sim --address 127.90.4.7 --fault "$1" > ready & sim=$!; read -r -t 20 < ready; }
+    $ start 'Firmware:refuse=0xff@5'
+    $ command quorvel -q -g 127.90.4.7 firmware update --yes new.hex
+    quorvel: Firmware gateway 127.90.4.7:5099: write flash 0x0800: 0x000000FF, Quorvel command failed
+    quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
+    [1]
+    $ kill $sim; wait $sim; start 'Firmware:delay=20@4-'; head -c 262144 /dev/zero > zero.bin
+    $ (exec quorvel -q --progress=json -g 127.90.4.7 firmware update --yes zero.bin) 2> progress & pid=$!
+    $ while read -r line; do case $line in *Writing*'"percent":'[1-9]*) kill -INT $pid;; quorvel*) echo "$line";; esac; done < progress; wait $pid
+    quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
+    [130]
+    $ kill $sim; wait $sim

@@ -1,0 +1,693 @@
+#include "Programmer.h"
+
+#include "MemoryFile.h"
+#include "Progress.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace
+{
+
+using EAction = SMemoryOperation::EAction;
+
+constexpr std::uint64_t SMALL = 32; // bytes that have no bar
+constexpr std::size_t MAX_MISMATCHES = 10;
+
+std::string Bytes(std::uint64_t nCount)
+{
+    return fmt::format("{} byte{}", nCount, nCount == 1 ? "" : "s");
+}
+
+std::string FileName(const SMemoryOperation& oOperation)
+{
+    if (oOperation.cFormat == 'm')
+        return "the command line";
+    if (oOperation.strFile != "-")
+        return (oOperation.eAction == EAction::eRead ? "output file " : "input file ") + oOperation.strFile;
+    return oOperation.eAction == EAction::eRead ? "standard output" : "standard input";
+}
+
+/// The part of an image within a memory.
+CImage Cut(const CImage& oImage, const SMemory& oMemory)
+{
+    CImage oPart;
+    for (const CImage::SRange& oRange : oImage.GetRanges()) {
+        const std::uint64_t nFirst = std::max(oRange.nAddress, oMemory.nAddress);
+        const std::uint64_t nLast = std::min(oRange.GetLast(), oMemory.GetLast());
+        if (oMemory.nSize > 0 && nFirst <= nLast)
+            oPart.Set(nFirst,
+                      std::string_view(oRange.strBytes).substr(nFirst - oRange.nAddress, nLast - nFirst + 1));
+    }
+    return oPart;
+}
+
+/// The pages that an image touches; what it does not have is 0xFF, which changes nothing that is erased.
+CImage FillPages(const CImage& oImage, const SMemory& oMemory)
+{
+    CImage oPages;
+    for (const CImage::SRange& oRange : oImage.GetRanges()) {
+        const std::uint64_t nStart = (oRange.nAddress - oMemory.nAddress) / oMemory.nPage * oMemory.nPage;
+        const std::uint64_t nEnd =
+            ((oRange.GetLast() - oMemory.nAddress) / oMemory.nPage + 1) * oMemory.nPage;
+        oPages.Set(oMemory.nAddress + nStart, std::string(nEnd - nStart, '\xFF'));
+    }
+    for (const CImage::SRange& oRange : oImage.GetRanges())
+        oPages.Set(oRange.nAddress, oRange.strBytes);
+    return oPages;
+}
+
+/// A bar, unless there is little to do.
+std::unique_ptr<CProgress> MakeProgress(CTool& oTool, const char* pTitle, std::uint64_t nTotal, bool bSmall)
+{
+    return bSmall ? nullptr : std::make_unique<CProgress>(oTool, pTitle, nTotal);
+}
+
+/// Measures the speed of one operation.
+class CSpeed
+{
+  public:
+    double GetSeconds() const
+    {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_oStart).count();
+    }
+
+    void Show(const CTool& oTool, std::uint64_t nBytes) const
+    {
+        const double dSeconds = GetSeconds();
+        oTool.Detail(fmt::format("{} in {:.2f} s, {:.0f} bytes/s", Bytes(nBytes), dSeconds,
+                                 static_cast<double>(nBytes) / std::max(dSeconds, 1e-9)));
+    }
+
+  private:
+    std::chrono::steady_clock::time_point m_oStart = std::chrono::steady_clock::now();
+};
+
+std::vector<std::string> GetNames(const CTarget& oTarget)
+{
+    std::vector<std::string> astrNames;
+    for (const SMemory& oMemory : oTarget.GetMemories())
+        astrNames.push_back(oMemory.strName);
+    return astrNames;
+}
+
+std::string RangeText(std::uint64_t nFirst, std::uint64_t nLast)
+{
+    return fmt::format("0x{:08x}-0x{:08x}", nFirst, nLast);
+}
+
+} // namespace
+
+void CProgrammer::PrintJson(const char* pOperation, const SMemory& oMemory, CJson oMore) const
+{
+    if (!m_oTool.GetOptions().bJson)
+        return;
+    CJson oLine{{"operation", pOperation}, {"memory", oMemory.strName}};
+    oLine.update(oMore);
+    CTool::PrintJson(oLine);
+}
+
+int CProgrammer::Load(SJob& oJob) const
+{
+    oJob.bLoaded = true;
+    return LoadMemoryFile(m_oTool, oJob.oOperation.strFile, oJob.oOperation.cFormat, oJob.oImage,
+                          oJob.bAddressed);
+}
+
+int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
+{
+    const std::vector<std::string> astrNames = GetNames(m_oTarget);
+    if (m_oOptions.nLast && m_oOptions.nFirst.value_or(0) > *m_oOptions.nLast)
+        return m_oTool.Fail(eStatusUsage, "--last is below --first");
+    for (const SMemoryOperation& oOperation : aoOperations) {
+        std::string strError;
+        const auto anMemories = SelectMemories(oOperation.strMemories, astrNames, strError);
+        if (!anMemories)
+            return m_oTool.Fail(eStatusUsage, strError);
+        m_aoJobs.push_back({oOperation, *anMemories, false, true, {}});
+        char& cFormat = m_aoJobs.back().oOperation.cFormat;
+        if (oOperation.eAction != EAction::eRead)
+            continue;
+        if (cFormat == 'a')
+            cFormat = anMemories->size() == 1 ? 'r' : 'I';
+        if (cFormat == 'e' || cFormat == 'm')
+            return m_oTool.Fail(eStatusUsage, fmt::format("the format {} cannot be written", cFormat));
+        if (cFormat == 'r' && anMemories->size() > 1)
+            return m_oTool.Fail(eStatusUsage, "a raw file holds one memory only");
+        if (oOperation.strFile == "-" && m_oTool.GetOptions().bJson)
+            return m_oTool.Fail(eStatusUsage, "standard output cannot take both a memory and --json");
+    }
+    std::set<std::string> astrWritten;
+    for (SJob& oJob : m_aoJobs) {
+        if (oJob.oOperation.eAction == EAction::eRead) {
+            astrWritten.insert(oJob.oOperation.strFile);
+        } else if (oJob.oOperation.strFile == "-" || !astrWritten.contains(oJob.oOperation.strFile)) {
+            int nStatus = Load(oJob);
+            const bool bKnown =
+                std::all_of(oJob.anMemories.begin(), oJob.anMemories.end(),
+                            [this](std::size_t n) { return m_oTarget.GetMemories()[n].nSize > 0; });
+            if (nStatus == 0 && bKnown)
+                nStatus = Fit(oJob);
+            if (nStatus != 0)
+                return nStatus;
+        }
+    }
+    return eStatusDone;
+}
+
+int CProgrammer::Fit(SJob& oJob) const
+{
+    const SMemory& oFirst = m_oTarget.GetMemories()[oJob.anMemories[0]];
+    const std::string strFile = FileName(oJob.oOperation);
+    if (!oJob.bAddressed) {
+        if (oJob.anMemories.size() > 1)
+            return m_oTool.Fail(eStatusFile, strFile + " has no addresses: it can be for one memory only");
+        CImage oMoved;
+        oMoved.Set(m_oOptions.nFirst.value_or(oFirst.nAddress), oJob.oImage.GetRanges()[0].strBytes);
+        oJob.oImage = std::move(oMoved);
+        oJob.bAddressed = true;
+    }
+    for (const CImage::SRange& oRange : oJob.oImage.GetRanges()) {
+        // The memories ascend, so what follows the end of one can only be in the next.
+        std::uint64_t nOutside = oRange.nAddress;
+        std::string strMemories;
+        for (const std::size_t n : oJob.anMemories) {
+            const SMemory& oMemory = m_oTarget.GetMemories()[n];
+            if (oMemory.nSize > 0 && nOutside >= oMemory.nAddress && nOutside <= oMemory.GetLast())
+                nOutside = oMemory.GetLast() + 1;
+            strMemories += fmt::format("{}{} ({})", strMemories.empty() ? "" : ", ", oMemory.strName,
+                                       RangeText(oMemory.nAddress, oMemory.GetLast()));
+        }
+        if (nOutside <= oRange.GetLast())
+            return m_oTool.Fail(eStatusFile, fmt::format("{}: {} is outside {}", strFile,
+                                                         RangeText(nOutside, oRange.GetLast()), strMemories));
+    }
+    return eStatusDone;
+}
+
+int CProgrammer::Execute()
+{
+    for (SJob& oJob : m_aoJobs) {
+        if (!oJob.bLoaded)
+            continue;
+        if (const int nStatus = Fit(oJob); nStatus != 0)
+            return nStatus;
+    }
+    if (m_oOptions.bErase) {
+        if (const int nStatus = Erase({0}); nStatus != 0)
+            return nStatus;
+    }
+    for (SJob& oJob : m_aoJobs) {
+        if (const int nStatus = Execute(oJob); nStatus != 0)
+            return nStatus;
+    }
+    return eStatusDone;
+}
+
+int CProgrammer::Run()
+{
+    int nStatus = m_oTarget.Open();
+    if (nStatus == 0)
+        nStatus = Execute();
+    return m_oTarget.Close(nStatus);
+}
+
+int CProgrammer::Execute(SJob& oJob)
+{
+    if (oJob.oOperation.eAction == EAction::eRead)
+        return ReadJob(oJob);
+    if (!oJob.bLoaded) {
+        int nStatus = Load(oJob);
+        if (nStatus == 0)
+            nStatus = Fit(oJob);
+        if (nStatus != 0)
+            return nStatus;
+    }
+    for (const std::size_t n : oJob.anMemories) {
+        const SMemory& oMemory = m_oTarget.GetMemories()[n];
+        const CImage oImage = Cut(oJob.oImage, oMemory);
+        if (oImage.GetRanges().empty())
+            continue;
+        m_oTool.Note(fmt::format("Reading {} for {} from {}", Bytes(oImage.GetSize()), oMemory.strName,
+                                 FileName(oJob.oOperation)));
+        const int nStatus = oJob.oOperation.eAction == EAction::eWrite ? WriteMemory(oJob, n, oImage)
+                                                                       : Verify(oJob, oMemory, oImage);
+        if (nStatus != 0)
+            return nStatus;
+    }
+    return eStatusDone;
+}
+
+int CProgrammer::ReadJob(const SJob& oJob)
+{
+    CImage oImage;
+    for (const std::size_t n : oJob.anMemories) {
+        const SMemory& oMemory = m_oTarget.GetMemories()[n];
+        const std::uint64_t nFirst = m_oOptions.nFirst.value_or(oMemory.nAddress);
+        const std::uint64_t nLast = m_oOptions.nLast.value_or(oMemory.GetLast());
+        if (nFirst < oMemory.nAddress || nLast > oMemory.GetLast() || nFirst > nLast)
+            return m_oTool.Fail(eStatusUsage,
+                                fmt::format("{} is no range of {} ({})", RangeText(nFirst, nLast),
+                                            oMemory.strName, RangeText(oMemory.nAddress, oMemory.GetLast())));
+        const std::uint64_t nLength = nLast - nFirst + 1;
+        m_oTool.Note(fmt::format("Reading {} from {}", Bytes(nLength), oMemory.strName));
+        CImage oWanted;
+        oWanted.Set(nFirst, std::string(nLength, '\0'));
+        const CSpeed oSpeed;
+        if (const int nStatus = ReadRanges(oMemory, oWanted, oImage); nStatus != 0)
+            return nStatus;
+        oSpeed.Show(m_oTool, nLength);
+        PrintJson("read", oMemory,
+                  {{"first", nFirst},
+                   {"last", nLast},
+                   {"bytes", nLength},
+                   {"file", oJob.oOperation.strFile},
+                   {"seconds", oSpeed.GetSeconds()}});
+    }
+    m_oTool.Note(fmt::format("Writing {} to {}", Bytes(oImage.GetSize()), FileName(oJob.oOperation)));
+    return SaveMemoryFile(m_oTool, oJob.oOperation.strFile, oJob.oOperation.cFormat, oImage);
+}
+
+int CProgrammer::ReadRanges(const SMemory& oMemory, const CImage& oWanted, CImage& oRead)
+{
+    const std::uint64_t nTotal = oWanted.GetSize();
+    const auto pProgress = MakeProgress(m_oTool, "Reading", nTotal, nTotal <= SMALL);
+    std::uint64_t nDone = 0;
+    for (const CImage::SRange& oRange : oWanted.GetRanges()) {
+        std::string strBytes;
+        const int nStatus =
+            m_oTarget.Read(oMemory, oRange.nAddress, oRange.strBytes.size(), strBytes, [&](std::uint64_t n) {
+                if (pProgress)
+                    pProgress->Update(nDone + n);
+            });
+        if (nStatus != 0)
+            return nStatus;
+        nDone += strBytes.size();
+        oRead.Set(oRange.nAddress, strBytes);
+    }
+    if (pProgress)
+        pProgress->Finish();
+    return eStatusDone;
+}
+
+int CProgrammer::EraseBlocks(std::size_t nMemory, const std::set<unsigned>& anBlocks)
+{
+    const SMemory& oMemory = m_oTarget.GetMemories()[nMemory];
+    if (anBlocks.empty())
+        return eStatusDone;
+    if (m_oOptions.bDryRun) {
+        for (const unsigned nBlock : anBlocks)
+            m_aoErased.emplace(nMemory, nBlock);
+        m_oTool.Note(oMemory.strName + " not erased: dry run");
+        return eStatusDone;
+    }
+    const bool bWhole = oMemory.nEraseBlock == oMemory.nSize;
+    m_oTool.Note(bWhole ? "Erasing " + oMemory.strName
+                        : fmt::format("Erasing {} block{} of {}", anBlocks.size(),
+                                      anBlocks.size() == 1 ? "" : "s", oMemory.strName));
+    const auto pProgress = MakeProgress(m_oTool, "Erasing", anBlocks.size(), anBlocks.size() == 1);
+    const CSpeed oSpeed;
+    unsigned nDone = 0;
+    for (const unsigned nBlock : anBlocks) {
+        if (m_oTool.GetInterrupt().GetSignal() != 0)
+            return m_oTool.Fail(eStatusNoAnswer, "");
+        if (const int nStatus = m_oTarget.EraseBlock(oMemory, nBlock); nStatus != 0)
+            return nStatus;
+        m_aoErased.emplace(nMemory, nBlock);
+        if (pProgress)
+            pProgress->Update(++nDone);
+    }
+    if (pProgress)
+        pProgress->Finish();
+    PrintJson("erase", oMemory, {{"blocks", anBlocks.size()}, {"seconds", oSpeed.GetSeconds()}});
+    return eStatusDone;
+}
+
+int CProgrammer::Erase(const std::vector<std::size_t>& anMemories)
+{
+    for (const std::size_t n : anMemories) {
+        const SMemory& oMemory = m_oTarget.GetMemories()[n];
+        std::set<unsigned> anBlocks;
+        for (unsigned nBlock = 0; oMemory.nEraseBlock > 0 && nBlock * oMemory.nEraseBlock < oMemory.nSize;
+             ++nBlock)
+            anBlocks.insert(nBlock);
+        if (const int nStatus = EraseBlocks(n, anBlocks); nStatus != 0)
+            return nStatus;
+    }
+    return eStatusDone;
+}
+
+// What was erased in the same run is not erased again: an earlier operation may have written there.
+int CProgrammer::EraseTouched(std::size_t nMemory, const CImage& oPages)
+{
+    const SMemory& oMemory = m_oTarget.GetMemories()[nMemory];
+    if (oMemory.nEraseBlock == 0)
+        return eStatusDone;
+    std::set<unsigned> anBlocks;
+    for (const CImage::SRange& oRange : oPages.GetRanges()) {
+        const std::uint64_t nLast = (oRange.GetLast() - oMemory.nAddress) / oMemory.nEraseBlock;
+        for (std::uint64_t n = (oRange.nAddress - oMemory.nAddress) / oMemory.nEraseBlock; n <= nLast; ++n) {
+            if (!m_aoErased.contains({nMemory, static_cast<unsigned>(n)}))
+                anBlocks.insert(static_cast<unsigned>(n));
+        }
+    }
+    return EraseBlocks(nMemory, anBlocks);
+}
+
+int CProgrammer::Write(const SMemory& oMemory, const CImage& oPages, const CImage& oImage)
+{
+    const std::uint64_t nTotal = oPages.GetSize();
+    const CSpeed oSpeed;
+    const auto pProgress = MakeProgress(m_oTool, "Writing", nTotal, oImage.GetSize() <= SMALL);
+    std::uint64_t nDone = 0;
+    for (const CImage::SRange& oRange : oPages.GetRanges()) {
+        const int nStatus = m_oTarget.Write(oMemory, oRange.nAddress, oRange.strBytes, [&](std::uint64_t n) {
+            if (pProgress)
+                pProgress->Update(nDone + n);
+        });
+        if (nStatus != 0)
+            return nStatus;
+        nDone += oRange.strBytes.size();
+    }
+    if (pProgress)
+        pProgress->Finish();
+    oSpeed.Show(m_oTool, nTotal);
+    PrintJson("write", oMemory, {{"bytes", oImage.GetSize()}, {"seconds", oSpeed.GetSeconds()}});
+    return eStatusDone;
+}
+
+int CProgrammer::WriteMemory(const SJob& oJob, std::size_t nMemory, const CImage& oImage)
+{
+    const SMemory& oMemory = m_oTarget.GetMemories()[nMemory];
+    const CImage oPages = FillPages(oImage, oMemory);
+    const std::uint64_t nSize = oImage.GetSize();
+    if (!m_oOptions.bNoAutoErase) {
+        if (const int nStatus = EraseTouched(nMemory, oPages); nStatus != 0)
+            return nStatus;
+    }
+    if (m_oOptions.bDryRun) {
+        m_oTool.Note(fmt::format("{} of {} not written: dry run", Bytes(nSize), oMemory.strName));
+        PrintJson("write", oMemory, {{"bytes", nSize}, {"dry_run", true}});
+        return eStatusDone;
+    }
+    if (nSize > SMALL)
+        m_oTool.Note(fmt::format("Writing {} to {}", Bytes(nSize), oMemory.strName));
+    int nStatus = Write(oMemory, oPages, oImage);
+    if (nStatus == 0 && !m_oOptions.bNoVerify)
+        nStatus = Verify(oJob, oMemory, oImage);
+    if (nSize > SMALL || nStatus != 0)
+        return nStatus;
+    const std::string strValue =
+        nSize > 1 ? ""
+                  : fmt::format(" (0x{:02X})", static_cast<unsigned char>(oImage.GetRanges()[0].strBytes[0]));
+    m_oTool.Note(fmt::format("Writing {}{} to {}, {} written{}", Bytes(nSize), strValue, oMemory.strName,
+                             Bytes(nSize), m_oOptions.bNoVerify ? "" : fmt::format(", {} verified", nSize)));
+    return eStatusDone;
+}
+
+int CProgrammer::Verify(const SJob& oJob, const SMemory& oMemory, const CImage& oImage)
+{
+    const CSpeed oSpeed;
+    CImage oRead;
+    if (const int nStatus = ReadRanges(oMemory, oImage, oRead); nStatus != 0)
+        return nStatus;
+    const std::uint64_t nSize = oImage.GetSize();
+    oSpeed.Show(m_oTool, nSize);
+    std::uint64_t nDifferent = 0;
+    bool bSet = false;
+    bool bCleared = false;
+    CJson oMismatches = CJson::array();
+    for (std::size_t i = 0; i < oImage.GetRanges().size(); ++i) {
+        const CImage::SRange& oRange = oImage.GetRanges()[i];
+        for (std::size_t n = 0; n < oRange.strBytes.size(); ++n) {
+            const unsigned nInput = static_cast<unsigned char>(oRange.strBytes[n]);
+            const unsigned nDevice = static_cast<unsigned char>(oRead.GetRanges()[i].strBytes[n]);
+            if (nInput == nDevice)
+                continue;
+            bSet |= (nDevice & ~nInput) != 0;
+            bCleared |= (nInput & ~nDevice) != 0;
+            if (++nDifferent > MAX_MISMATCHES)
+                continue;
+            fmt::print(stderr, "  device 0x{:02x} != input 0x{:02x} at addr 0x{:04x} (error)\n", nDevice,
+                       nInput, oRange.nAddress + n);
+            oMismatches.push_back({{"address", oRange.nAddress + n}, {"device", nDevice}, {"input", nInput}});
+        }
+    }
+    if (nDifferent > MAX_MISMATCHES)
+        fmt::print(stderr, "  and {} more\n", nDifferent - MAX_MISMATCHES);
+    PrintJson("verify", oMemory,
+              {{"bytes", nSize},
+               {"differing", nDifferent},
+               {"bits_set", bSet},
+               {"bits_cleared", bCleared},
+               {"mismatches", oMismatches},
+               {"seconds", oSpeed.GetSeconds()}});
+    if (nDifferent > 0)
+        return m_oTool.Fail(
+            eStatusMismatch,
+            fmt::format("{} of {} of {} differ{} from {}: {}", nDifferent, Bytes(nSize), oMemory.strName,
+                        nDifferent == 1 ? "s" : "", FileName(oJob.oOperation),
+                        bSet && bCleared ? "bits are set and cleared on the device"
+                        : bSet           ? "bits are only set on the device, as if not written"
+                                         : "bits are only cleared on the device, as if not erased before"));
+    if (oJob.oOperation.eAction == EAction::eVerify || nSize > SMALL)
+        m_oTool.Note(fmt::format("{} of {} verified", Bytes(nSize), oMemory.strName));
+    return eStatusDone;
+}
+
+void AddFormatOption(CLI::App& oApp, std::string& strFormat)
+{
+    std::vector<std::string> astrFormats;
+    for (const char c : MEMORY_FORMATS)
+        astrFormats.emplace_back(1, c);
+    oApp.add_option("--format", strFormat, "Format of the file, see below")
+        ->type_name("a|b|d|e|h|i|I|m|o|r|s")
+        ->check(CLI::IsMember(astrFormats).description(""));
+}
+
+void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions)
+{
+    oApp.add_option("--first", oOptions.nFirst, "First address to read; default the first of the memory")
+        ->type_name("ADDRESS");
+    oApp.add_option("--last", oOptions.nLast,
+                    "Last address to read, which is included; default the last of the memory")
+        ->type_name("ADDRESS");
+}
+
+namespace
+{
+
+constexpr const char* FORMATS = "Formats: a automatic (reads ELF, Intel HEX, S-records, anything else is "
+                                "raw), i Intel HEX, I Intel HEX with "
+                                "comments (a wrong checksum is only a warning), s S-records, r raw, e ELF "
+                                "(read only; what it loads, at the "
+                                "physical addresses), d, h, o, b decimal, hexadecimal, octal or binary "
+                                "numbers separated by commas, and m: "
+                                "then FILE is not a file but the bytes themselves, such as 0x01,2,3. The "
+                                "file - is standard input or output.";
+
+constexpr const char* STATUS = "Exit status: 0 done, 1 refused by the gateway, 2 usage, 3 the target differs "
+                               "from the file, 4 no answer, 5 the "
+                               "file cannot be read or written or does not fit the memory, 130 after Ctrl-C.";
+
+void AddMemoryOption(CLI::App& oApp, std::string& strMemories)
+{
+    oApp.add_option("-m,--memory", strMemories, "Memories, separated by commas, or all")
+        ->type_name("LIST")
+        ->capture_default_str();
+}
+
+void AddWriteOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions)
+{
+    oApp.add_flag("-e,--erase", oOptions.bErase, "Erase the whole flash first");
+    oApp.add_flag("-D,--no-auto-erase", oOptions.bNoAutoErase, "Do not erase what is written");
+    oApp.add_flag("-V,--no-verify", oOptions.bNoVerify, "Do not read back and compare what was written");
+    oApp.add_flag("-n,--dry-run", oOptions.bDryRun,
+                  "Neither erase nor write: read the files, and compare their addresses with the memories");
+}
+
+std::string Example(const STargetTexts& oTexts, const char* pRest)
+{
+    return fmt::format("quorvel -g 192.168.0.10 {} {}", oTexts.pGroup, pRest);
+}
+
+template<EAction eAction>
+constexpr std::pair<const char*, const char*> OPERATION_TEXTS{"read", "Read memories into a file"};
+template<>
+constexpr std::pair<const char*, const char*> OPERATION_TEXTS<EAction::eWrite>{
+    "write", "Write a file to memories, and verify it"};
+template<>
+constexpr std::pair<const char*, const char*> OPERATION_TEXTS<EAction::eVerify>{
+    "verify", "Compare memories with a file"};
+
+} // namespace
+
+CTargetInfo::CTargetInfo(CLI::App& oGroup, const STargetTexts& oTexts)
+    : CTargetVerb(oGroup, "info", "Tell what is known of the target")
+{
+    m_oApp.footer(
+        fmt::format("Prints the target's data and its memories: first and last address, size, page size and "
+                    "how much is erased at a time.\n\n{}\n\n{}",
+                    oTexts.pMemories, Example(oTexts, "info")));
+}
+
+int CTargetInfo::Run(CTool& oTool)
+{
+    const auto pTarget = MakeTarget(oTool);
+    if (!pTarget)
+        return eStatusUsage;
+    CJson oInfo;
+    int nStatus = pTarget->Open();
+    if (nStatus == 0)
+        nStatus = pTarget->GetInfo(oInfo);
+    nStatus = pTarget->Close(nStatus);
+    if (nStatus != 0)
+        return nStatus;
+    if (!oTool.GetOptions().bJson) {
+        for (const auto& [strKey, oValue] : oInfo.items())
+            fmt::print("{:<9} {}\n", strKey, oValue.is_string() ? oValue.get<std::string>() : oValue.dump());
+    }
+    oInfo["memories"] = CJson::array();
+    for (const SMemory& oMemory : pTarget->GetMemories()) {
+        oInfo["memories"].push_back({{"name", oMemory.strName},
+                                     {"first", oMemory.nAddress},
+                                     {"last", oMemory.GetLast()},
+                                     {"bytes", oMemory.nSize},
+                                     {"page", oMemory.nPage},
+                                     {"erase_block", oMemory.nEraseBlock}});
+        if (!oTool.GetOptions().bJson)
+            fmt::print("{:<9} {}, {}, pages of {}, erased {}\n", oMemory.strName,
+                       RangeText(oMemory.nAddress, oMemory.GetLast()), Bytes(oMemory.nSize),
+                       Bytes(oMemory.nPage),
+                       oMemory.nEraseBlock == oMemory.nSize ? "as a whole"
+                                                            : "in blocks of " + Bytes(oMemory.nEraseBlock));
+    }
+    if (oTool.GetOptions().bJson)
+        CTool::PrintJson(oInfo);
+    return eStatusDone;
+}
+
+CTargetErase::CTargetErase(CLI::App& oGroup, const STargetTexts& oTexts)
+    : CTargetVerb(oGroup, "erase", "Erase memories"), m_strMemories("flash")
+{
+    m_oApp.add_option("MEMORIES", m_strMemories, "Memories, separated by commas, or all")
+        ->type_name("")
+        ->capture_default_str();
+    m_oApp.footer(fmt::format("{}\n\nErasing takes long: raise --timeout when the gateway does not answer in "
+                              "time.\n\n{}",
+                              oTexts.pMemories, Example(oTexts, "--timeout 30000 erase")));
+}
+
+int CTargetErase::Run(CTool& oTool)
+{
+    const auto pTarget = MakeTarget(oTool);
+    if (!pTarget)
+        return eStatusUsage;
+    std::string strError;
+    const auto anMemories = SelectMemories(m_strMemories, GetNames(*pTarget), strError);
+    if (!anMemories)
+        return oTool.Fail(eStatusUsage, strError);
+    CProgrammer oProgrammer(oTool, *pTarget, {});
+    int nStatus = pTarget->Open();
+    if (nStatus == 0)
+        nStatus = oProgrammer.Erase(*anMemories);
+    return pTarget->Close(nStatus);
+}
+
+CTargetFlash::CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts)
+    : CTargetVerb(oGroup, "flash", "Write a file to the flash, and verify it, or carry out memory operations")
+{
+    m_oApp.add_option("FILE", m_strFile, "What to write to the flash, with :FORMAT behind it if need be")
+        ->type_name("");
+    m_oApp
+        .add_option(
+            "-U", m_astrOperations,
+            "Read, write or verify memories, as with avrdude: MEMORIES:r|w|v:FILE[:FORMAT], or FILE[:FORMAT] "
+            "to write the flash; can be repeated")
+        ->type_name("OPERATION")
+        ->allow_extra_args(false);
+    AddWriteOptions(m_oApp, m_oOptions);
+    m_oApp.footer(fmt::format(
+        "{}\n\nOperations run in the order given; the first that fails is the last. MEMORIES is a list such "
+        "as "
+        "flash,user or all or all,-user. What is written is erased before, unless -D, but nothing twice in "
+        "one run, "
+        "and read back and compared, unless -V. {}\n\n{}\n\nA file name may contain colons: only a known "
+        "format "
+        "letter behind the last one is a format. Reading writes a raw file for one memory, format I for "
+        "several.\n\nDifferences are told on standard error, the first 10 as lines, then how many bytes "
+        "differ and "
+        "whether bits are only set or only cleared. With -v the speed is told. With --json one object is "
+        "printed for "
+        "each operation.\n\n{}\n\n{}\n{}",
+        oTexts.pMemories, oTexts.pErasing, FORMATS, STATUS, Example(oTexts, "flash diag.hex"),
+        Example(oTexts, "flash -U flash:r:backup.hex:i -U flash:w:diag.hex")));
+}
+
+int CTargetFlash::Run(CTool& oTool)
+{
+    if (!m_strFile.empty())
+        m_astrOperations.insert(m_astrOperations.begin(), m_strFile);
+    if (m_astrOperations.empty() && !m_oOptions.bErase)
+        return oTool.Fail(eStatusUsage, "nothing to do: give FILE, -U or -e");
+    std::vector<SMemoryOperation> aoOperations;
+    for (const std::string& strOperation : m_astrOperations) {
+        std::string strError;
+        const auto oOperation = ParseMemoryOperation(strOperation, strError);
+        if (!oOperation)
+            return oTool.Fail(eStatusUsage, strOperation + ": " + strError);
+        aoOperations.push_back(*oOperation);
+    }
+    const auto pTarget = MakeTarget(oTool);
+    if (!pTarget)
+        return eStatusUsage;
+    CProgrammer oProgrammer(oTool, *pTarget, m_oOptions);
+    const int nStatus = oProgrammer.Prepare(aoOperations);
+    return nStatus != 0 ? nStatus : oProgrammer.Run();
+}
+
+template<EAction eAction>
+CTargetOperation<eAction>::CTargetOperation(CLI::App& oGroup, const STargetTexts& oTexts)
+    : CTargetVerb(oGroup, OPERATION_TEXTS<eAction>.first, OPERATION_TEXTS<eAction>.second)
+{
+    m_oOperation.eAction = eAction;
+    m_oApp.add_option("FILE", m_oOperation.strFile, "The file, - for standard input or output")
+        ->type_name("")
+        ->required();
+    AddMemoryOption(m_oApp, m_oOperation.strMemories);
+    AddFormatOption(m_oApp, m_strFormat);
+    std::string strExample = Example(oTexts, OPERATION_TEXTS<eAction>.first);
+    if constexpr (eAction == EAction::eRead) {
+        AddRangeOptions(m_oApp, m_oOptions);
+        strExample += fmt::format(" - --format h --first {}", oTexts.pFirstData);
+    } else {
+        m_oApp
+            .add_option("--first", m_oOptions.nFirst,
+                        "Where a file without addresses begins; default the first address of the memory")
+            ->type_name("ADDRESS");
+        if constexpr (eAction == EAction::eWrite)
+            AddWriteOptions(m_oApp, m_oOptions);
+        strExample += " diag.hex";
+    }
+    m_oApp.footer(
+        fmt::format("{}{}\n\n{} Reading writes a raw file for one memory, format I for several.\n\n{}\n\n{}",
+                    oTexts.pMemories, eAction == EAction::eWrite ? std::string(" ") + oTexts.pErasing : "",
+                    FORMATS, STATUS, strExample));
+}
+
+template<EAction eAction>
+int CTargetOperation<eAction>::Run(CTool& oTool)
+{
+    if (!m_strFormat.empty())
+        m_oOperation.cFormat = m_strFormat[0];
+    const auto pTarget = MakeTarget(oTool);
+    if (!pTarget)
+        return eStatusUsage;
+    CProgrammer oProgrammer(oTool, *pTarget, m_oOptions);
+    const int nStatus = oProgrammer.Prepare({m_oOperation});
+    return nStatus != 0 ? nStatus : oProgrammer.Run();
+}
+
+template class CTargetOperation<EAction::eRead>;
+template class CTargetOperation<EAction::eWrite>;
+template class CTargetOperation<EAction::eVerify>;
