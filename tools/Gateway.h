@@ -6,6 +6,7 @@
 #include "Tool.h"
 
 #include <string>
+#include <type_traits>
 #include <utility>
 
 /**
@@ -72,7 +73,7 @@ class CGateway : public TClient
   private:
     // The base class takes an unsigned time-out behind the kind, all others an int.
     template<class... TArguments>
-    using TimeoutOf = std::conditional_t<sizeof...(TArguments) == 0, int, unsigned>;
+    using TimeoutOf = std::conditional_t<(std::is_same_v<TArguments, EQuorvelDevice> || ...), unsigned, int>;
 
     CTool& m_oTool;
 };
