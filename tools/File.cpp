@@ -94,7 +94,7 @@ void COutputFile::Write(std::string_view strBytes)
     static_cast<void>(std::fwrite(strBytes.data(), 1, strBytes.size(), m_pFile));
 }
 
-int COutputFile::Commit()
+int COutputFile::Commit(const std::function<int(const std::string&)>& fnCheck)
 {
     std::FILE* const pFile = std::exchange(m_pFile, nullptr);
     const bool bWritten = std::fflush(pFile) == 0 && std::ferror(pFile) == 0;
@@ -103,6 +103,8 @@ int COutputFile::Commit()
         return Fail();
     if (m_strTemporary.empty())
         return eStatusDone;
+    if (const int nStatus = fnCheck ? fnCheck(m_strTemporary) : 0; nStatus != 0)
+        return nStatus;
     if (m_oTool.GetInterrupt().GetSignal() != 0)
         return m_oTool.Fail(eStatusFile, ""); // the signal's status
     if (::rename(m_strTemporary.c_str(), m_strPath.c_str()) != 0)

@@ -5,6 +5,7 @@
 #include "Tool.h"
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -39,8 +40,13 @@ class COutputFile
     /// @return the stream, for formatted output
     std::FILE* GetStream() { return m_pFile; }
 
-    /// Completes the file. @return 0, or the exit status of a failure, which was reported
-    int Commit();
+    /**
+     * Completes the file.
+     * @param fnCheck is called before a file takes its name, not for device files and pipes, with the path it can be
+     *                read at; after an exit status other than 0, for a failure that was reported, the file is not kept
+     * @return 0, or the exit status of a failure, which was reported
+     */
+    int Commit(const std::function<int(const std::string&)>& fnCheck = {});
 
   private:
     int Fail();

@@ -4,6 +4,206 @@
 #include "Text.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <iostream>
+#include <streambuf>
+
+namespace
+{
+
+using EType = CQuorvelHexfile::EType;
+using SRange = CImage::SRange;
+
+constexpr std::size_t MAX_FAULTS = 20;     // of one file that are told one by one
+constexpr std::size_t MAX_QUOTED = 80;     // characters of a line
+constexpr std::size_t MAX_PAGES = 16384;   // of the reader's map, 8 KiB each
+constexpr unsigned MAX_BLOCK = 0x40000000; // bytes
+
+// The library's map, which takes much more memory than the bytes in it when these are far apart.
+class CMap : public CQuorvelHexfile::CByteMap
+{
+  public:
+    bool IsLarge() const { return m_aoPages.size() > MAX_PAGES; }
+
+    std::vector<SRange> TakeRanges()
+    {
+        std::vector<CQuorvelHexfile::SMemoryBlock*> apBlocks;
+        ToMemoryBlocks(apBlocks);
+        Clear();
+        std::vector<SRange> aoRanges;
+        aoRanges.reserve(apBlocks.size());
+        for (const CQuorvelHexfile::SMemoryBlock* const pBlock : apBlocks) {
+            aoRanges.push_back({pBlock->nAddress, std::string(pBlock->pData, pBlock->nLength)});
+            delete pBlock;
+        }
+        return aoRanges;
+    }
+};
+
+// The library's reader also tells wrong checksums on std::cout, where data belong.
+class CSilence
+{
+  public:
+    CSilence() { std::cout.setstate(std::ios::failbit); }
+    ~CSilence() { std::cout.clear(); }
+    CSilence(const CSilence&) = delete;
+    CSilence& operator=(const CSilence&) = delete;
+};
+
+// Tells the faults of a file, but not thousands of them.
+class CFaults
+{
+  public:
+    CFaults(const CTool& oTool, const std::string& strName) : m_oTool(oTool), m_strName(strName) {}
+
+    void Tell(unsigned nLine, std::string_view strLine, const char* pFault, bool bWarning)
+    {
+        if (!bWarning)
+            m_nStatus = eStatusFile;
+        if (++m_nFaults > MAX_FAULTS)
+            return;
+        if (strLine.ends_with('\r'))
+            strLine.remove_suffix(1);
+        const std::string strText =
+            fmt::format("{}:{}: {}: {}{}", m_strName, nLine, pFault, Quote(strLine.substr(0, MAX_QUOTED)),
+                        strLine.size() > MAX_QUOTED ? "..." : "");
+        if (bWarning)
+            CTool::Warn(strText);
+        else
+            m_nStatus = m_oTool.Fail(eStatusFile, strText);
+    }
+
+    int GetStatus() const
+    {
+        if (m_nFaults > MAX_FAULTS)
+            CTool::Warn(fmt::format("{}: {} more lines with faults", m_strName, m_nFaults - MAX_FAULTS));
+        return m_nStatus;
+    }
+
+  private:
+    const CTool& m_oTool;
+    const std::string& m_strName;
+    std::size_t m_nFaults = 0;
+    int m_nStatus = eStatusDone;
+};
+
+unsigned GetDigit(char cDigit)
+{
+    if (cDigit >= '0' && cDigit <= '9')
+        return static_cast<unsigned>(cDigit - '0');
+    const char cLower = static_cast<char>(cDigit | ('a' ^ 'A'));
+    return cLower >= 'a' && cLower <= 'f' ? static_cast<unsigned>(cLower - 'a') + 10 : 0;
+}
+
+// The library does not test the checksums of S-records.
+bool HasWrongSum(std::string_view strLine)
+{
+    const auto fnByte = [&](std::size_t i) {
+        return GetDigit(strLine[2 * i + 2]) << 4 | GetDigit(strLine[2 * i + 3]);
+    };
+    if (strLine.size() < 4 || strLine[0] != 'S')
+        return false;
+    const unsigned nCount = fnByte(0);
+    if (strLine.size() < 4 + std::size_t{2} * nCount)
+        return true;
+    unsigned nSum = 0;
+    for (unsigned i = 0; i <= nCount; ++i)
+        nSum += fnByte(i);
+    return (nSum & 0xFF) != 0xFF;
+}
+
+// Appends a range that is above all others.
+void Append(std::vector<SRange>& aoRanges, SRange&& oRange)
+{
+    if (!aoRanges.empty() && aoRanges.back().GetLast() + 1 == oRange.nAddress)
+        aoRanges.back().strBytes += oRange.strBytes;
+    else
+        aoRanges.push_back(std::move(oRange));
+}
+
+// Makes the library's writers write to an output file.
+class COutputBuffer : public std::streambuf
+{
+  public:
+    explicit COutputBuffer(COutputFile& oFile) : m_oFile(oFile) {}
+
+  protected:
+    std::streamsize xsputn(const char* pText, std::streamsize nLength) override
+    {
+        m_oFile.Write({pText, static_cast<std::size_t>(nLength)});
+        return nLength;
+    }
+
+    int_type overflow(int_type nChar) override
+    {
+        const char cChar = traits_type::to_char_type(nChar);
+        m_oFile.Write({&cChar, 1});
+        return nChar;
+    }
+
+  private:
+    COutputFile& m_oFile;
+};
+
+// Calls fnPiece(address, length, left, right) for all pieces that are in one of two images, or in both; a
+// pointer is null where that image has nothing.
+template<class FPiece>
+void ForEachPiece(const std::vector<SRange>& aoLeft, const std::vector<SRange>& aoRight, FPiece fnPiece)
+{
+    struct SSide {
+        std::vector<SRange>::const_iterator it, itEnd;
+
+        std::uint64_t GetStart(std::uint64_t nAddress) const
+        {
+            return it == itEnd ? MAX_ADDRESS + 1 : std::max(nAddress, it->nAddress);
+        }
+    };
+    SSide aoSides[] = {{aoLeft.begin(), aoLeft.end()}, {aoRight.begin(), aoRight.end()}};
+    std::uint64_t nAddress = 0;
+    while (true) {
+        const std::uint64_t anStarts[] = {aoSides[0].GetStart(nAddress), aoSides[1].GetStart(nAddress)};
+        nAddress = std::min(anStarts[0], anStarts[1]);
+        if (nAddress > MAX_ADDRESS)
+            return;
+        std::uint64_t nEnd = std::max(anStarts[0], anStarts[1]); // where the other one begins
+        const char* apBytes[] = {nullptr, nullptr};
+        nEnd = nEnd == nAddress ? MAX_ADDRESS + 1 : nEnd;
+        for (std::size_t i = 0; i < 2; ++i) {
+            if (anStarts[i] != nAddress)
+                continue;
+            apBytes[i] = aoSides[i].it->strBytes.data() + (nAddress - aoSides[i].it->nAddress);
+            nEnd = std::min(nEnd, aoSides[i].it->GetLast() + 1);
+        }
+        fnPiece(nAddress, nEnd - nAddress, apBytes[0], apBytes[1]);
+        nAddress = nEnd;
+        for (SSide& oSide : aoSides) {
+            if (oSide.it != oSide.itEnd && oSide.it->GetLast() < nAddress)
+                ++oSide.it;
+        }
+    }
+}
+
+struct SFormat {
+    std::string_view strName;
+    EType eType;
+};
+
+constexpr SFormat FORMATS[] = {{"auto", CQuorvelHexfile::eTypeAuto},
+                               {"intel", CQuorvelHexfile::eTypeIntel},
+                               {"motorola", CQuorvelHexfile::eTypeMotorola},
+                               {"binary", CQuorvelHexfile::eTypeBinary}};
+
+constexpr SFormat ENDINGS[] = {
+    {"hex", CQuorvelHexfile::eTypeIntel},     {"ihex", CQuorvelHexfile::eTypeIntel},
+    {"ihx", CQuorvelHexfile::eTypeIntel},     {"mcs", CQuorvelHexfile::eTypeIntel},
+    {"srec", CQuorvelHexfile::eTypeMotorola}, {"s19", CQuorvelHexfile::eTypeMotorola},
+    {"s28", CQuorvelHexfile::eTypeMotorola},  {"s37", CQuorvelHexfile::eTypeMotorola},
+    {"mot", CQuorvelHexfile::eTypeMotorola},  {"bin", CQuorvelHexfile::eTypeBinary},
+    {"img", CQuorvelHexfile::eTypeBinary},    {"rom", CQuorvelHexfile::eTypeBinary}};
+
+} // namespace
 
 std::uint64_t CImage::GetSize() const
 {
@@ -15,34 +215,108 @@ std::uint64_t CImage::GetSize() const
 
 void CImage::Set(std::uint64_t nAddress, std::string_view strBytes)
 {
-    if (strBytes.empty())
-        return;
-    // The ranges that touch the new one become one with it.
-    const std::uint64_t nEnd = nAddress + strBytes.size();
-    const auto itFirst = std::find_if(m_aoRanges.begin(), m_aoRanges.end(),
-                                      [&](const SRange& oRange) { return oRange.GetLast() + 1 >= nAddress; });
-    auto itLast = itFirst;
-    while (itLast != m_aoRanges.end() && itLast->nAddress <= nEnd)
-        ++itLast;
-    if (itFirst == itLast) {
-        m_aoRanges.insert(itFirst, SRange{nAddress, std::string(strBytes)});
-        return;
-    }
-    SRange oMerged = std::move(*itFirst);
-    if (nAddress < oMerged.nAddress) {
-        oMerged.strBytes.insert(0, oMerged.nAddress - nAddress, '\0');
-        oMerged.nAddress = nAddress;
-    }
-    const SRange& oBack = itLast - itFirst == 1 ? oMerged : *(itLast - 1);
-    oMerged.strBytes.resize(std::max(nEnd, oBack.GetLast() + 1) - oMerged.nAddress);
-    for (auto it = itFirst + 1; it != itLast; ++it)
-        oMerged.strBytes.replace(it->nAddress - oMerged.nAddress, it->strBytes.size(), it->strBytes);
-    oMerged.strBytes.replace(nAddress - oMerged.nAddress, strBytes.size(), strBytes);
-    *itFirst = std::move(oMerged);
-    m_aoRanges.erase(itFirst + 1, itLast);
+    if (!strBytes.empty())
+        Set({SRange{nAddress, std::string(strBytes)}});
 }
 
-int CImage::Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType)
+void CImage::Set(std::vector<SRange> aoRanges)
+{
+    if (m_aoRanges.empty()) {
+        m_aoRanges.swap(aoRanges);
+        return;
+    }
+    std::vector<SRange> aoOld;
+    aoOld.swap(m_aoRanges);
+    m_aoRanges.reserve(aoOld.size() + aoRanges.size());
+    std::uint64_t nStart = 0; // what is below is done
+    auto itOld = aoOld.begin();
+    // Takes over what is old below an address.
+    const auto fnKeep = [&](std::uint64_t nEnd) {
+        for (; itOld != aoOld.end() && itOld->nAddress < nEnd; ++itOld) {
+            const std::uint64_t nOldEnd = itOld->GetLast() + 1;
+            const std::uint64_t nFrom = std::max(nStart, itOld->nAddress);
+            if (nFrom == itOld->nAddress && nOldEnd <= nEnd)
+                Append(m_aoRanges, std::move(*itOld));
+            else if (nFrom < std::min(nOldEnd, nEnd))
+                Append(m_aoRanges, {nFrom, itOld->strBytes.substr(nFrom - itOld->nAddress,
+                                                                  std::min(nOldEnd, nEnd) - nFrom)});
+            if (nOldEnd > nEnd)
+                return;
+        }
+    };
+    for (SRange& oRange : aoRanges) {
+        fnKeep(oRange.nAddress);
+        nStart = oRange.GetLast() + 1;
+        Append(m_aoRanges, std::move(oRange));
+    }
+    fnKeep(MAX_ADDRESS + 1);
+}
+
+void CImage::Crop(const SAddresses& oAddresses)
+{
+    std::vector<SRange> aoRanges;
+    for (SRange& oRange : m_aoRanges) {
+        if (oRange.GetLast() < oAddresses.nFirst || oRange.nAddress > oAddresses.nLast)
+            continue;
+        if (oRange.GetLast() > oAddresses.nLast)
+            oRange.strBytes.resize(oAddresses.nLast + 1 - oRange.nAddress);
+        if (oRange.nAddress < oAddresses.nFirst) {
+            oRange.strBytes.erase(0, oAddresses.nFirst - oRange.nAddress);
+            oRange.nAddress = oAddresses.nFirst;
+        }
+        aoRanges.push_back(std::move(oRange));
+    }
+    m_aoRanges.swap(aoRanges);
+}
+
+void CImage::Fill(const SAddresses& oAddresses, char nValue)
+{
+    std::vector<SRange> aoOld;
+    aoOld.swap(m_aoRanges);
+    m_aoRanges.push_back({oAddresses.nFirst, std::string(oAddresses.nLast + 1 - oAddresses.nFirst, nValue)});
+    Set(std::move(aoOld));
+}
+
+bool CImage::Move(std::int64_t nOffset)
+{
+    if (m_aoRanges.empty())
+        return true;
+    const auto nFirst = static_cast<std::int64_t>(m_aoRanges.front().nAddress) + nOffset;
+    const auto nLast = static_cast<std::int64_t>(m_aoRanges.back().GetLast()) + nOffset;
+    if (nFirst < 0 || nLast > static_cast<std::int64_t>(MAX_ADDRESS))
+        return false;
+    for (SRange& oRange : m_aoRanges)
+        oRange.nAddress += static_cast<std::uint64_t>(nOffset);
+    return true;
+}
+
+CImage::SDifferences CImage::Compare(const CImage& oLeft, const CImage& oRight, std::size_t nMaximum)
+{
+    SDifferences oFound;
+    ForEachPiece(oLeft.m_aoRanges, oRight.m_aoRanges,
+                 [&](std::uint64_t nAddress, std::uint64_t nLength, const char* pLeft, const char* pRight) {
+                     if (pLeft == nullptr || pRight == nullptr) {
+                         (pLeft != nullptr ? oFound.nOnlyLeft : oFound.nOnlyRight) += nLength;
+                         auto& aoOnly = pLeft != nullptr ? oFound.aoOnlyLeft : oFound.aoOnlyRight;
+                         if (aoOnly.size() < nMaximum)
+                             aoOnly.push_back({nAddress, nAddress + nLength - 1});
+                         return;
+                     }
+                     if (std::memcmp(pLeft, pRight, nLength) == 0)
+                         return;
+                     for (std::uint64_t i = 0; i < nLength; ++i) {
+                         if (pLeft[i] == pRight[i])
+                             continue;
+                         ++oFound.nDiffering;
+                         if (oFound.aoBytes.size() < nMaximum)
+                             oFound.aoBytes.push_back({nAddress + i, static_cast<unsigned char>(pLeft[i]),
+                                                       static_cast<unsigned char>(pRight[i])});
+                     }
+                 });
+    return oFound;
+}
+
+int CImage::Load(const CTool& oTool, const std::string& strPath, EType eType)
 {
     std::string strContent;
     if (const int nStatus = ReadFile(oTool, strPath, strContent); nStatus != 0)
@@ -53,24 +327,27 @@ int CImage::Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile
 int CImage::Parse(const CTool& oTool, const std::string& strName, std::string strContent,
                   CQuorvelHexfile::EType eType, bool bTolerant)
 {
+    m_aoRanges.clear();
     if (strContent.empty())
         return oTool.Fail(eStatusFile, strName + ": the file is empty");
-    m_aoRanges.clear();
     m_eType = eType;
     if (eType == CQuorvelHexfile::eTypeAuto)
         m_eType = strContent[0] == ':'   ? CQuorvelHexfile::eTypeIntel
                   : strContent[0] == 'S' ? CQuorvelHexfile::eTypeMotorola
                                          : CQuorvelHexfile::eTypeBinary;
     if (m_eType == CQuorvelHexfile::eTypeBinary) {
+        if (strContent.size() > MAX_ADDRESS)
+            return oTool.Fail(eStatusFile, strName + ": 4 GiB or more are no image");
         m_aoRanges.push_back({0, std::move(strContent)});
         return eStatusDone;
     }
     // Line by line, so that a fault can be told with its line, and standard input be read.
+    const CSilence oSilence;
+    CFaults oFaults(oTool, strName);
     CQuorvelHexfile oReader;
-    CQuorvelHexfile::CByteMap oMap;
+    CMap oMap;
     unsigned nBase = 0;
     unsigned nLine = 0;
-    int nStatus = eStatusDone;
     std::string strLine;
     for (std::size_t nStart = 0; nStart < strContent.size();) {
         std::size_t nEnd = strContent.find('\n', nStart);
@@ -78,28 +355,154 @@ int CImage::Parse(const CTool& oTool, const std::string& strName, std::string st
         strLine.assign(strContent, nStart, nEnd - nStart);
         nStart = nEnd + 1;
         ++nLine;
-        const unsigned nResult = m_eType == CQuorvelHexfile::eTypeIntel
-                                     ? oReader.AnalizeLineIntel(strLine, oMap, nBase)
-                                     : oReader.AnalizeLineMotorola(strLine, oMap);
+        unsigned nResult = m_eType == CQuorvelHexfile::eTypeIntel
+                               ? oReader.AnalizeLineIntel(strLine, oMap, nBase)
+                               : oReader.AnalizeLineMotorola(strLine, oMap);
+        if (nResult == CQuorvelHexfile::eResultOk && m_eType == CQuorvelHexfile::eTypeMotorola &&
+            HasWrongSum(strLine))
+            nResult = CQuorvelHexfile::eResultChecksum;
+        if (oMap.IsLarge())
+            Set(oMap.TakeRanges());
         if (nResult == CQuorvelHexfile::eResultOk)
             continue;
-        const char* const pFault = nResult == CQuorvelHexfile::eResultRecordType
-                                       ? "a record of an unknown type"
-                                   : nResult == CQuorvelHexfile::eResultChecksum ? "wrong checksum"
-                                                                                 : "no complete record";
         if (nResult == CQuorvelHexfile::eResultRecordType)
-            CTool::Warn(fmt::format("{}:{}: {}, left out: {}", strName, nLine, pFault, Quote(strLine)));
-        else if (bTolerant && nResult == CQuorvelHexfile::eResultChecksum)
-            CTool::Warn(fmt::format("{}:{}: {}: {}", strName, nLine, pFault, Quote(strLine)));
+            oFaults.Tell(nLine, strLine,
+                         strLine.starts_with(':') && strLine.compare(7, 2, "03") == 0
+                             ? "a start segment address, left out"
+                             : "a record of an unknown type, left out",
+                         true);
         else
-            nStatus =
-                oTool.Fail(eStatusFile, fmt::format("{}:{}: {}: {}", strName, nLine, pFault, Quote(strLine)));
+            oFaults.Tell(nLine, strLine,
+                         nResult == CQuorvelHexfile::eResultChecksum ? "wrong checksum"
+                                                                     : "no complete record",
+                         bTolerant && nResult == CQuorvelHexfile::eResultChecksum);
     }
-    std::vector<CQuorvelHexfile::SMemoryBlock*> apBlocks;
-    oMap.ToMemoryBlocks(apBlocks);
-    for (const CQuorvelHexfile::SMemoryBlock* const pBlock : apBlocks) {
-        m_aoRanges.push_back({pBlock->nAddress, std::string(pBlock->pData, pBlock->nLength)});
-        delete pBlock;
+    Set(oMap.TakeRanges());
+    return oFaults.GetStatus();
+}
+
+int CImage::Save(CTool& oTool, const std::string& strPath, EType eType) const
+{
+    COutputFile oFile(oTool);
+    if (const int nStatus = oFile.Open(strPath); nStatus != 0)
+        return nStatus;
+    if (eType == CQuorvelHexfile::eTypeBinary) {
+        for (const SRange& oRange : m_aoRanges)
+            oFile.Write(oRange.strBytes);
+    } else {
+        CQuorvelHexfile oWriter;
+        for (const SRange& oRange : m_aoRanges) {
+            // The library counts the bytes of a block in 32 bits.
+            for (std::size_t i = 0; i < oRange.strBytes.size(); i += MAX_BLOCK)
+                oWriter.AddMemoryBlock(
+                    static_cast<unsigned>(oRange.nAddress + i), oRange.strBytes.data() + i,
+                    static_cast<unsigned>(std::min<std::size_t>(MAX_BLOCK, oRange.strBytes.size() - i)));
+        }
+        COutputBuffer oBuffer(oFile);
+        std::ofstream oStream;
+        static_cast<std::ios&>(oStream).rdbuf(&oBuffer);
+        if (eType == CQuorvelHexfile::eTypeIntel)
+            oWriter.SaveAsFileIntel(oStream);
+        else
+            oWriter.SaveAsFileMotorola(oStream);
     }
-    return nStatus;
+    return oFile.Commit([&](const std::string& strWritten) { return ReadBack(oTool, strWritten, eType); });
+}
+
+int CImage::ReadBack(const CTool& oTool, const std::string& strPath, EType eType) const
+{
+    bool bSame = true;
+    if (eType == CQuorvelHexfile::eTypeBinary) {
+        std::string strContent;
+        if (const int nStatus = ReadFile(oTool, strPath, strContent); nStatus != 0)
+            return nStatus;
+        std::string_view strRest = strContent;
+        for (const SRange& oRange : m_aoRanges) {
+            bSame = bSame && strRest.starts_with(oRange.strBytes);
+            strRest.remove_prefix(std::min(strRest.size(), oRange.strBytes.size()));
+        }
+        bSame = bSame && strRest.empty();
+    } else {
+        const CSilence oSilence;
+        CQuorvelHexfile oWritten;
+        bSame = oWritten.LoadFile(strPath.c_str(), eType) == CQuorvelHexfile::eResultOk &&
+                std::equal(m_aoRanges.begin(), m_aoRanges.end(), oWritten.GetMemoryBlocks().begin(),
+                           oWritten.GetMemoryBlocks().end(),
+                           [](const SRange& oRange, const CQuorvelHexfile::SMemoryBlock* pBlock) {
+                               return oRange.nAddress == pBlock->nAddress &&
+                                      oRange.strBytes == std::string_view(pBlock->pData, pBlock->nLength);
+                           });
+    }
+    if (!bSame)
+        return oTool.Fail(eStatusFile, strPath + ": what was written reads back differently");
+    return eStatusDone;
+}
+
+const char* GetFormatName(EType eType)
+{
+    return FORMATS[eType].strName.data();
+}
+
+EType GetFormatOfName(const std::string& strPath)
+{
+    const auto nDot = strPath.find_last_of("./");
+    if (nDot == std::string::npos || strPath[nDot] != '.')
+        return CQuorvelHexfile::eTypeAuto;
+    std::string strEnding = strPath.substr(nDot + 1);
+    for (char& cChar : strEnding)
+        cChar = static_cast<char>(std::tolower(static_cast<unsigned char>(cChar)));
+    for (const SFormat& oEnding : ENDINGS) {
+        if (oEnding.strName == strEnding)
+            return oEnding.eType;
+    }
+    return CQuorvelHexfile::eTypeAuto;
+}
+
+CLI::Option& AddFormatOption(CLI::App& oApp, const std::string& strName, EType& eType,
+                             const std::string& strText)
+{
+    const auto fnSet = [strName, &eType](const std::string& strFormat) {
+        for (const SFormat& oFormat : FORMATS) {
+            if (oFormat.strName == strFormat) {
+                eType = oFormat.eType;
+                return;
+            }
+        }
+        throw CLI::ValidationError(strName, Quote(strFormat) + " is none of auto, intel, motorola, binary");
+    };
+    return *oApp.add_option_function<std::string>(strName, fnSet, strText)
+                ->type_name("auto|intel|motorola|binary");
+}
+
+CLI::Option& AddAddressesOption(CLI::App& oApp, const std::string& strName,
+                                std::optional<SAddresses>& oAddresses, const std::string& strText)
+{
+    const auto fnSet = [strName, &oAddresses](const std::string& strAddresses) {
+        const auto nMinus = strAddresses.find('-');
+        const auto nFirst = ParseNumber(strAddresses.substr(0, nMinus), MAX_ADDRESS);
+        const auto nLast =
+            ParseNumber(nMinus == std::string::npos ? "" : strAddresses.substr(nMinus + 1), MAX_ADDRESS);
+        if (!nFirst || !nLast || *nFirst > *nLast)
+            throw CLI::ValidationError(strName, Quote(strAddresses) +
+                                                    " is no range such as 0x100-0x1ff, the last included");
+        oAddresses = SAddresses{*nFirst, *nLast};
+    };
+    return *oApp.add_option_function<std::string>(strName, fnSet, strText)->type_name("FIRST-LAST");
+}
+
+std::uint32_t GetCrc32(std::string_view strBytes, std::uint32_t nCrc)
+{
+    static constexpr auto TABLE = [] {
+        std::array<std::uint32_t, 256> anTable{};
+        for (std::uint32_t i = 0; i < 256; ++i) {
+            anTable[i] = i;
+            for (int nBit = 0; nBit < 8; ++nBit)
+                anTable[i] = anTable[i] >> 1 ^ ((anTable[i] & 1) != 0 ? 0xEDB88320U : 0U);
+        }
+        return anTable;
+    }();
+    nCrc = ~nCrc;
+    for (const char cByte : strBytes)
+        nCrc = nCrc >> 8 ^ TABLE[(nCrc ^ static_cast<unsigned char>(cByte)) & 0xFF];
+    return ~nCrc;
 }

@@ -6,9 +6,19 @@
 #include "Tool.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+/// The highest address of an image.
+constexpr std::uint64_t MAX_ADDRESS = CQuorvelHexfile::m_nMaxAddressSupported;
+
+/// Addresses, the last one included.
+struct SAddresses {
+    std::uint64_t nFirst;
+    std::uint64_t nLast;
+};
 
 /// A sparse image: ranges of bytes, ascending, neither touching nor overlapping.
 class CImage
@@ -23,9 +33,28 @@ class CImage
         std::uint64_t GetLast() const { return nAddress + strBytes.size() - 1; }
     };
 
+    /// How two images differ.
+    struct SDifferences {
+        /// A byte that both have.
+        struct SByte {
+            std::uint64_t nAddress;
+            unsigned char nLeft;
+            unsigned char nRight;
+        };
+        std::uint64_t nDiffering = 0; ///< bytes that both have, but not the same
+        std::uint64_t nOnlyLeft = 0;
+        std::uint64_t nOnlyRight = 0;
+        std::vector<SByte> aoBytes; ///< the first of those that differ
+        std::vector<SAddresses> aoOnlyLeft, aoOnlyRight;
+
+        /// @return true when there is any difference
+        bool IsAny() const { return nDiffering + nOnlyLeft + nOnlyRight != 0; }
+    };
+
     /**
      * Loads a file. Every fault is reported with its line: a record that is only left out, such as a start
-     * segment address, is a warning; anything else an error.
+     * segment address, is a warning; anything else an error, also a wrong checksum of an S-record. What could be
+     * read is there even then.
      * @param oTool   reports
      * @param strPath the file, "-" for standard input
      * @param eType   its format; eTypeAuto looks at the first character
@@ -45,6 +74,15 @@ class CImage
     int Parse(const CTool& oTool, const std::string& strName, std::string strContent,
               CQuorvelHexfile::EType eType, bool bTolerant = false);
 
+    /**
+     * Writes a file. Unless it is standard output, a pipe or a device, it is read back and compared before it takes
+     * its name.
+     * @param strPath the file, "-" for standard output
+     * @param eType   its format; as eTypeBinary, the ranges are written one behind the other
+     * @return 0, or the exit status of a failure, which was reported
+     */
+    int Save(CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType) const;
+
     /// @return the format of the file that was loaded
     CQuorvelHexfile::EType GetType() const { return m_eType; }
 
@@ -57,9 +95,49 @@ class CImage
     /// Sets bytes; what was there before is replaced, and ranges that then touch become one.
     void Set(std::uint64_t nAddress, std::string_view strBytes);
 
+    /// Sets ranges of bytes, which are ascending and do not overlap.
+    void Set(std::vector<SRange> aoRanges);
+
+    /// Removes what is outside of a range of addresses.
+    void Crop(const SAddresses& oAddresses);
+
+    /// Sets what is not there yet in a range of addresses to a value.
+    void Fill(const SAddresses& oAddresses, char nValue);
+
+    /// Adds a number to all addresses. @return false, and nothing is changed, if one left the address space
+    bool Move(std::int64_t nOffset);
+
+    /**
+     * Compares two images.
+     * @param nMaximum how many differing bytes are listed, and ranges of each image that the other has not
+     */
+    static SDifferences Compare(const CImage& oLeft, const CImage& oRight, std::size_t nMaximum);
+
   private:
+    int ReadBack(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType) const;
+
     CQuorvelHexfile::EType m_eType = CQuorvelHexfile::eTypeAuto;
     std::vector<SRange> m_aoRanges;
 };
+
+/// @return "intel", "motorola" or "binary"
+const char* GetFormatName(CQuorvelHexfile::EType eType);
+
+/// @return the format that the ending of a file's name stands for; eTypeAuto when it tells none
+CQuorvelHexfile::EType GetFormatOfName(const std::string& strPath);
+
+/// Adds an option for the format of an image.
+CLI::Option& AddFormatOption(CLI::App& oApp, const std::string& strName, CQuorvelHexfile::EType& eType,
+                             const std::string& strText);
+
+/// Adds an option for addresses, FIRST-LAST.
+CLI::Option& AddAddressesOption(CLI::App& oApp, const std::string& strName,
+                                std::optional<SAddresses>& oAddresses, const std::string& strText);
+
+/**
+ * The CRC-32 of zip and Ethernet.
+ * @param nCrc that of the bytes before
+ */
+std::uint32_t GetCrc32(std::string_view strBytes, std::uint32_t nCrc = 0);
 
 #endif
