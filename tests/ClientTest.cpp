@@ -156,9 +156,16 @@ TEST_F(ClientTest, ConfirmationsAreKeptForAWhile)
     EXPECT_EQ((CTexts{DELETED, DELETED}), CTexts(astrTexts.end() - 2, astrTexts.end()));
 
     m_oClient.m_nTimeout = 199; // keeps for one second
-    m_oClient.Receive(GOOD);
-    const auto fnGone = [&] { return m_oClient.WaitForMsg(9, &NO_WAIT), aoStored.empty(); };
-    const long long nKept = Milliseconds([&] { EXPECT_TRUE(WaitUntil(fnGone)); });
+    m_oClient.Receive("06 00 09 83 fb ff 00 8e");
+    const unsigned int nHalf = 500;
+    EXPECT_EQ(nullptr, m_oClient.WaitForMsg(9, &nHalf));
+    m_oClient.Receive("06 00 09 83 08 00 00 82");
+    const auto fnLeft = [&] { return m_oClient.WaitForMsg(9, &NO_WAIT), aoStored.size(); };
+    const long long nKept = Milliseconds([&] {
+        EXPECT_TRUE(WaitUntil([&] { return fnLeft() < 2; }));
+        EXPECT_EQ(1U, aoStored.count(8)); // the younger one
+        EXPECT_TRUE(WaitUntil([&] { return fnLeft() == 0; }));
+    });
     EXPECT_GE(nKept, 990);
     EXPECT_LT(nKept, 1900);
 }

@@ -3,7 +3,15 @@
 
 #include "DeviceManager.h"
 #include "ConnectedTest.h"
+#include "QuorvelClientAWire.h"
+#include "QuorvelClientCANDll.h"
+#include "QuorvelClientI2C.h"
+#include "QuorvelClientRenesas.h"
 #include "QuorvelClientSPI.h"
+#include "QuorvelClientTestSystemCOM.h"
+#include "QuorvelClientTestSystemIO.h"
+#include "QuorvelClientTestSystemPWR.h"
+#include "QuorvelClientTestSystemRelay.h"
 
 #include <gtest/gtest.h>
 
@@ -64,6 +72,28 @@ TEST(DeviceManagerTest, OpeningEntersAConnectedClientUnderTheNextNumber)
     EXPECT_EQ(0x00900000, CDeviceManager::CloseDevice(nFirst));
     CDeviceManager::CloseAllDevices();
     EXPECT_TRUE(aoPeers[1].WaitForEndOfClient());
+}
+
+TEST(DeviceManagerTest, EveryKindHasItsClient)
+{
+    const std::string strAddress = OwnAddress();
+    const auto fnOpens = [&]<class TClient>(TClient* /*pKind*/, unsigned char nKind, unsigned short nPort) {
+        const CTestPeer oPeer(strAddress, nPort);
+        int nHandle = -7;
+        ASSERT_EQ(0, CDeviceManager::OpenDevice(&nHandle, strAddress.c_str(), 300, nKind, 0, 1, true));
+        const CQuorvelClient* const pClient = CDeviceManager::GetDevice(nHandle)->m_pClient;
+        EXPECT_NE(nullptr, dynamic_cast<const TClient*>(pClient));
+        EXPECT_EQ(nKind, pClient->GetDeviceType());
+        EXPECT_EQ(0, CDeviceManager::CloseDevice(nHandle));
+    };
+    fnOpens(static_cast<CQuorvelClientI2C*>(nullptr), 1, 5000);
+    fnOpens(static_cast<CQuorvelClientCANDll*>(nullptr), 2, 5001);
+    fnOpens(static_cast<CQuorvelClientRenesas*>(nullptr), 9, 5008);
+    fnOpens(static_cast<CQuorvelClientTestSystemIO*>(nullptr), 11, 5010);
+    fnOpens(static_cast<CQuorvelClientTestSystemPWR*>(nullptr), 12, 5011);
+    fnOpens(static_cast<CQuorvelClientTestSystemCOM*>(nullptr), 13, 5012);
+    fnOpens(static_cast<CQuorvelClientAWire*>(nullptr), 14, 5013);
+    fnOpens(static_cast<CQuorvelClientTestSystemRelay*>(nullptr), 17, 5016);
 }
 
 TEST(DeviceManagerTest, FailuresInTheirOrder)

@@ -140,6 +140,7 @@ TEST(I2CAddressTest, OffsetsAndSlaveAddresses)
         {0, 0x1FF, 0x0108, 0xA2, "00 00 01 ff"},      {7, 0x2FF, 0x0108, 0xAC, "00 00 00 ff"},
         {5, 0x3FF, 0x0208, 0xAE, "00 00 03 ff"},      {0xFF, 0x1FF, 0x0408, 0xA0, "00 00 00 ff"},
         {2, 0x10000, 0x0510, 0xAC, "00 01 00 00"},    {0xFF, 0x60000, 0x0710, 0xAC, "00 06 00 00"},
+        {3, 0x20000, 0x0610, 0xAA, "00 02 00 00"},    // chip in bit 1, offset in bits 2 and 3
         {0, 0x30000, 0x0218, 0xA6, "00 03 00 00"},    // more than 16 bits count as 16 in the address only
         {0, 0xFFFFFFFF, 0x011F, 0xA2, "00 00 00 00"}, // 31 + 1 bits: shifted by 32, that is by 0
         {0, 0xFFFFFFFF, 0x00FF, 0xA0, "7f ff ff ff"}, // 255 is 31

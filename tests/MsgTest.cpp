@@ -63,6 +63,7 @@ TEST(MsgTest, NumbersAreLittleEndian)
     EXPECT_EQ("fe ff", ToHex(CQuorvelMsg::ToChar(short{-2})));
     EXPECT_EQ("04 03 02 81", ToHex(CQuorvelMsg::ToChar(0x81020304U)));
     EXPECT_EQ("08 07 06 05 04 03 02 f1", ToHex(CQuorvelMsg::ToChar(0xF102030405060708ULL)));
+    EXPECT_EQ("fd ff ff ff ff ff ff ff", ToHex(CQuorvelMsg::ToChar(-3LL)));
     EXPECT_EQ(-32767, FromChar<short>("01 80"));
     EXPECT_EQ(0x8001, FromChar<unsigned short>("01 80"));
     EXPECT_EQ(-2, FromChar<int>("fe ff ff ff"));

@@ -62,6 +62,8 @@ TEST(SupportTest, TimesAndDifferences)
     oTime += CZelTimeDiff(0, 0, 0, 0, 2000, 0, 0);
     oTime.AddTime(0, 0, 1, 0, 0, 750, 0);
     EXPECT_EQ((oTime - CZelUTCTime(0, 0)).GetTotalMicroSeconds(), 1052001000);
+    oTime -= CZelTimeDiff(0, 0, 0, 0, 2001, 0, 0);
+    EXPECT_EQ((oTime - CZelUTCTime(0, 0)).GetTotalMicroSeconds(), 1050000000);
     EXPECT_TRUE(CZelUTCTime(1, 999999) < CZelUTCTime(2, 0));
     EXPECT_EQ(CZelUTCTime(0, -1).GetSeconds(), -1);
     EXPECT_EQ(CZelUTCTime(0, -1).GetMicroSeconds(), 999999);

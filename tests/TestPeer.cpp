@@ -73,7 +73,7 @@ std::string Telegram(unsigned int nCode, int nID, const std::string& strData)
 
 bool WaitUntil(const std::function<bool()>& fnCondition)
 {
-    const auto oEnd = std::chrono::steady_clock::now() + PATIENCE;
+    const auto oEnd = std::chrono::steady_clock::now() + 3 * PATIENCE;
     while (!fnCondition()) {
         if (std::chrono::steady_clock::now() > oEnd)
             return false;

@@ -23,7 +23,7 @@ std::string ToHex(const std::string& strBytes);
 // A telegram, built without the library.
 std::string Telegram(unsigned int nCode, int nID, const std::string& strData);
 
-// Waits for a condition; false after ten seconds.
+// Waits for a condition; false after thirty seconds.
 bool WaitUntil(const std::function<bool()>& fnCondition);
 
 // Milliseconds that a call takes.
