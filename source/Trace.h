@@ -4,22 +4,27 @@
 
 #include "support/TraceServer.h"
 
+#include <new>
 #include <string>
 #include <type_traits>
 
-// Traces a text; text is a string or a function that makes one, called only when somebody listens.
+// Traces a text; text is a string or a function that makes one, called only when somebody listens. When there is
+// no memory for it, the trace is left out: what is traced goes on.
 template<class TText>
 void Trace(unsigned char nLevel, const char* pUnit, const TText& text, unsigned int nLine = __builtin_LINE())
 {
     if (!CTraceServer::IsEnabled(nLevel))
         return;
-    std::string strText;
-    if constexpr (std::is_invocable_v<TText>)
-        strText = text();
-    else
-        strText = text;
-    CTraceServer::SendTraceMessage(nLevel, 3, 0xFFFFFFFFU, static_cast<unsigned short>(nLine), pUnit,
-                                   strText.c_str(), 0);
+    try {
+        std::string strText;
+        if constexpr (std::is_invocable_v<TText>)
+            strText = text();
+        else
+            strText = text;
+        CTraceServer::SendTraceMessage(nLevel, 3, 0xFFFFFFFFU, static_cast<unsigned short>(nLine), pUnit,
+                                       strText.c_str(), 0);
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch)
+    }
 }
 
 #endif
