@@ -56,32 +56,32 @@ struct SStart {
 } // namespace
 
 #pragma GCC visibility push(default)
-#define REPLACE(NAME, FAILURE, ...)                                                                          \
+// clang-format off
+#define REPLACE(TYPE, NAME, PARAMETERS, FAILURE, ...)                                                        \
+    TYPE NAME PARAMETERS                                                                                     \
     {                                                                                                        \
         static auto* const s_pReal = Real<decltype(NAME)>(#NAME);                                            \
         return Fails(#NAME) ? FAILURE : s_pReal(__VA_ARGS__);                                                \
     }
 extern "C" {
-int socket(int n, int nType, int nProtocol) noexcept
-    REPLACE(socket, -1, n, nType, nProtocol) int connect(int n, const sockaddr* p, socklen_t nLen)
-        REPLACE(connect, -1, n, p, nLen) int poll(pollfd* p, nfds_t n, int nTimeout)
-            REPLACE(poll, -1, p, n, nTimeout) ssize_t sendmsg(int n, const msghdr* p, int nFlags)
-                REPLACE(sendmsg, -1, n, p, nFlags) ssize_t recv(int n, void* p, size_t nLen, int nFlags)
-                    REPLACE(recv, -1, n, p, nLen, nFlags) int getsockopt(int n, int nLevel, int nName,
-                                                                         void* p, socklen_t* pLen) noexcept
-    REPLACE(getsockopt, -1, n, nLevel, nName, p, pLen) int setsockopt(int n, int nLevel, int nName,
-                                                                      const void* p, socklen_t nLen) noexcept
-    REPLACE(setsockopt, -1, n, nLevel, nName, p, nLen) int fcntl(int n, int nCommand, ...)
+REPLACE(int, socket, (int n, int nType, int nProtocol) noexcept, -1, n, nType, nProtocol)
+REPLACE(int, connect, (int n, const sockaddr* p, socklen_t nLen), -1, n, p, nLen)
+REPLACE(int, poll, (pollfd* p, nfds_t n, int nTimeout), -1, p, n, nTimeout)
+REPLACE(ssize_t, sendmsg, (int n, const msghdr* p, int nFlags), -1, n, p, nFlags)
+REPLACE(ssize_t, recv, (int n, void* p, size_t nLen, int nFlags), -1, n, p, nLen, nFlags)
+REPLACE(int, getsockopt, (int n, int nLevel, int nName, void* p, socklen_t* pLen) noexcept, -1, n, nLevel, nName, p, pLen)
+REPLACE(int, setsockopt, (int n, int nLevel, int nName, const void* p, socklen_t nLen) noexcept, -1, n, nLevel, nName, p, nLen)
+int fcntl(int n, int nCommand, ...)
 {
+    static auto* const s_pReal = Real<decltype(fcntl)>("fcntl");
     va_list pArguments;
     va_start(pArguments, nCommand);
     void* const p = va_arg(pArguments, void*);
     va_end(pArguments);
-    REPLACE(fcntl, -1, n, nCommand, p)
+    return Fails("fcntl") ? -1 : s_pReal(n, nCommand, p);
 }
-int getaddrinfo(const char* pHost, const char* pService, const addrinfo* pHints, addrinfo** pFound)
-    REPLACE(getaddrinfo, EAI_MEMORY, pHost, pService, pHints, pFound)
-    // A thread that the library starts is in the library.
+REPLACE(int, getaddrinfo, (const char* pHost, const char* pService, const addrinfo* pHints, addrinfo** pFound), EAI_MEMORY, pHost, pService, pHints, pFound)
+// A thread that the library starts is in the library.
     int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pRun)(void*),
                        void* pArgument) noexcept
 {
@@ -101,7 +101,6 @@ int getaddrinfo(const char* pHost, const char* pService, const addrinfo* pHints,
     return EAGAIN;
 }
 }
-// clang-format off
 void* operator new(std::size_t n) { return Allocate(n); }
 void* operator new[](std::size_t n) { return Allocate(n); }
 void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return std::malloc(n); }
