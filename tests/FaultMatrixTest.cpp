@@ -329,7 +329,7 @@ const SFault aoFaults[] = {
     {"badid", "badid=0x4000@n", 0x00040000},
     {"dropped", "drop@n", 0x00040000},
     {"late", "delay=300@n;delay=300@m", 0x00040000}, // while the next command waits
-    {"shortlength", "shortlength@n", 0x000A0000, ELeft::eStream},
+    {"shortlength", "truncate=1@n;shortlength@n", 0x000A0000, ELeft::eStream},
     {"longlength", "longlength@n", 0x00040000, ELeft::eStream},
     {"hugelength", "longlength=0xFFFF@n", 0x00040000, ELeft::eStream},
     {"silent", "silent@n", 0x00040000, ELeft::eStream},
