@@ -285,7 +285,7 @@ SKind AWire()
                     {CALL(SetConfig(1000000, FLASH, 1048576, 512, "simulated target"))},
                     {CALL(Read(FLASH, 3, o.p, o.w[0])), "w0=3 ac=ff ff ff 07", "short:0 w0=2 ac=ff ff 07 07"},
                     {CALL(Verify(FLASH, 3, "\xff\xff\xff")), "", "short:e26"}, {CALL(Erase(0))},
-                    {CALL(EraseUserPage())}, {CALL(WriteFile(SMALL_FILE))},
+                    {CALL(EraseUserPage())}, {CALL(WriteFile(""))},
                     {REPORTED(WriteBlock(FLASH, 1, "\xff", o.nID))},
                     {REPORTED(WriteUserPage(0, 1, "\xff", o.nID))}});
 }

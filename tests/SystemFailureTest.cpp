@@ -1,6 +1,8 @@
 // System calls and allocations of the library that fail, one after the other, from opening to closing. This
 // program puts its own functions before those of the system; they concern the library's calls only.
 
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete" // the replaced operators use malloc and free
+
 #include "ConnectedTest.h"
 #include "QuorvelClientAWire.h"
 #include "QuorvelClientCANDll.h"
