@@ -46,8 +46,9 @@ class QUORVEL_API CDeviceManager
     /**
      * Creates a client, connects it and enters it under a new handle. The client's Open is not called.
      *
-     * @param pnHandle     receives the handle: the new one; -1 when connecting failed; the number that was
-     * used up, but leads nowhere, when the kind is unknown; untouched when the port index is invalid
+     * @param pnHandle     receives the handle: the new one; -1 when connecting failed or std::bad_alloc
+     * is thrown; the number that was used up, but leads nowhere, when the kind is unknown; untouched when the
+     * port index is invalid
      * @param pcIPAddress  IPv4 or IPv6 address or host name
      * @param nTimeout     the client's time-out in milliseconds
      * @param nDeviceType  device kind: 1 (CQuorvelClientI2C), 2 (CQuorvelClientCANDll), 3 (CQuorvelClientSPI),

@@ -14,6 +14,7 @@
  * | 0x000A0000 to 0x000C03xx | a bad confirmation                                        |
  * | 0x00900000               | unknown handle                                            |
  * | 0x000003xx               | the gateway's own code                                    |
+ * | 0x000000FF               | no memory left; the request may have been sent             |
  *
  * The functions do not check the device kind of a handle; use handles from SPIOpenDevice.
  */

@@ -13,6 +13,7 @@
 #include "support/ZelTools.h"
 
 #include <memory>
+#include <new>
 
 int CDeviceManager::m_nMaxHandle = 0;
 std::map<int, CDevice*> CDeviceManager::m_aoHandleMap;
@@ -85,7 +86,7 @@ void CDeviceManager::Register(int nHandle, CDevice* pDevice)
 int CDeviceManager::OpenDevice(int* pnHandle, const char* pcIPAddress, int nTimeout,
                                unsigned char nDeviceType, unsigned char nPortIndex, unsigned char nProtocol,
                                bool bConnectFlag)
-{
+try {
     if (nPortIndex > MAX_PORT_INDEX || pnHandle == nullptr)
         return RC_INVALID_PARAMETER;
     // The number is used up before the kind is checked, and stays with the caller: applications rely on it.
@@ -109,8 +110,12 @@ int CDeviceManager::OpenDevice(int* pnHandle, const char* pcIPAddress, int nTime
         Trace(2, UNIT, [nRC] { return "OpenDevice failed: RC =" + Hex(nRC); });
         return nRC;
     }
-    Register(nHandle, pDevice.release());
+    Register(nHandle, pDevice.get());
+    static_cast<void>(pDevice.release()); // the table's now
     return 0;
+} catch (const std::bad_alloc&) {
+    *pnHandle = -1;
+    throw;
 }
 
 void CDeviceManager::SetDevice(int* pnHandle, CDevice* pDevice)

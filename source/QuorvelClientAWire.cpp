@@ -305,8 +305,12 @@ void CQuorvelClientAWire::CWriteFileThread::Run()
     if (m_eStep == FileStep::eFailed)
         return;
     m_eStep = FileStep::eWriting;
-    Write();
-    Verify();
+    try {
+        Write();
+        Verify();
+    } catch (const std::exception&) { // no memory for a telegram
+        m_eStep = FileStep::eFailed;
+    }
 }
 
 void CQuorvelClientAWire::CWriteFileThread::Write()

@@ -41,8 +41,8 @@ const SFault aoFaults[] = {
     {"badcode", "badcode@n", 0x000B0000},
     {"badid", "badid=0x4000@n", 0x00040000},
     {"dropped", "drop@n", 0x00040000},
-    {"late", "delay=300@n;delay=300@m", 0x00040000}, // while the next command waits
-    {"shortlength", "shortlength@n", 0x000A0000, ELeft::eStream},
+    {"late", "delay=500@n;delay=500@m", 0x00040000}, // while the next command waits
+    {"shortlength", "truncate=1@n;shortlength@n", 0x000A0000, ELeft::eStream},
     {"longlength", "longlength@n", 0x00040000, ELeft::eStream},
     {"hugelength", "longlength=0xFFFF@n", 0x00040000, ELeft::eStream},
     {"silent", "silent@n", 0x00040000, ELeft::eStream},
@@ -195,7 +195,7 @@ TEST(LateAnswerTest, IsNotTakenForThatOfTheNextCommand)
         const SCommand& oNext = oKind.aoCommands[(n + 1) % oKind.aoCommands.size()];
         if ((oFirst.strName + oNext.strName).find("Restart") != std::string::npos)
             return;
-        SSession o(oKind, oGateway, "delay=300@n;delay=300@m");
+        SSession o(oKind, oGateway, "delay=500@n;delay=500@m");
         o.SetTimeout(SHORT);
         EXPECT_EQ(Expected(oFirst, 0x00040000), o.Run(oFirst));
         o.SetTimeout(LONG);

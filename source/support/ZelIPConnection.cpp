@@ -11,8 +11,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <mutex>
-#include <system_error>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -56,8 +57,15 @@ struct CZelIPConnection::SState {
     std::shared_ptr<SReception> m_pCurrent;
     std::vector<std::shared_ptr<SReception>> m_apRetired; // no longer current, thread not yet joined
 
+    // Makes a connection the current one. Room for retiring it is made now: a close needs no memory.
+    void SetCurrent(const std::shared_ptr<SReception>& pReception)
+    {
+        m_apRetired.reserve(m_apRetired.size() + 1);
+        m_pCurrent = pReception;
+    }
+
     // Takes the current connection out of use: shut down at once, to be joined later.
-    void Retire()
+    void Retire() noexcept
     {
         if (!m_pCurrent)
             return;
@@ -101,8 +109,8 @@ void SetSocketAlive(int nSocket, unsigned int nMilliSeconds)
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPCNT, 2);
 }
 
-// Waits until the socket is ready for the events. False when the time is over.
-bool WaitForSocket(int nSocket, short nEvents, const CZelDeadline& oDeadline)
+// Waits until the socket is ready for the events; a transport code.
+int WaitForSocket(int nSocket, short nEvents, const CZelDeadline& oDeadline)
 {
     pollfd oPoll{nSocket, nEvents, 0};
     for (;;) {
@@ -110,11 +118,11 @@ bool WaitForSocket(int nSocket, short nEvents, const CZelDeadline& oDeadline)
         const int nTimeout = nRemaining > 0x7FFFFFFFU ? -1 : static_cast<int>(nRemaining);
         const int nReady = poll(&oPoll, 1, nTimeout);
         if (nReady > 0)
-            return true;
+            return CZelIPBase::eSuccess;
         if (nReady == 0 && oDeadline.IsOver())
-            return false;
+            return CZelIPBase::eTimeout;
         if (nReady < 0 && errno != EINTR)
-            return true; // the operation itself will tell
+            return CZelIPBase::eSocketError;
     }
 }
 
@@ -123,8 +131,9 @@ int Connect(int nSocket, const addrinfo& oAddress, const CZelDeadline& oDeadline
 {
     int nError = connect(nSocket, oAddress.ai_addr, oAddress.ai_addrlen) == 0 ? 0 : errno;
     if (nError == EINPROGRESS || nError == EINTR) {
-        if (!WaitForSocket(nSocket, POLLOUT, oDeadline))
-            return CZelIPBase::eTimeout;
+        const int nReady = WaitForSocket(nSocket, POLLOUT, oDeadline);
+        if (nReady != CZelIPBase::eSuccess)
+            return nReady;
         socklen_t nSize = sizeof nError;
         getsockopt(nSocket, SOL_SOCKET, SO_ERROR, &nError, &nSize);
     }
@@ -173,7 +182,7 @@ bool CZelIPConnection::IsConnectMsgAccepted(const std::string& /*strConnectMsg*/
 int CZelIPConnection::ConnectReq(const char* pHost, unsigned short nPort, unsigned int nTimeout,
                                  unsigned char /*nDevice*/, EProtocol /*eProtocol*/,
                                  const std::string& /*strConnectMsg*/, bool /*bFlag*/)
-{
+try {
     const std::string strHost = pHost != nullptr ? pHost : "";
     auto pReception = std::make_shared<SReception>();
     {
@@ -190,8 +199,8 @@ int CZelIPConnection::ConnectReq(const char* pHost, unsigned short nPort, unsign
         const std::lock_guard oLock(m_pState->m_oMutex);
         if (m_pState->m_nState == eStateConnecting)
             return eStackInitialising;
+        m_pState->SetCurrent(pReception);
         m_pState->m_nState = eStateConnecting;
-        m_pState->m_pCurrent = pReception;
     }
 
     addrinfo oHints{};
@@ -239,17 +248,24 @@ int CZelIPConnection::ConnectReq(const char* pHost, unsigned short nPort, unsign
         SetOption(nSocket, IPPROTO_TCP, TCP_NODELAY, 1);
         if (m_pState->m_nAlive != 0)
             SetSocketAlive(nSocket, m_pState->m_nAlive);
-        fcntl(nSocket, F_SETFL, fcntl(nSocket, F_GETFL) & ~O_NONBLOCK); // the receive thread blocks in recv
+        const int nFlags = fcntl(nSocket, F_GETFL);
+        if (nFlags < 0 ||
+            fcntl(nSocket, F_SETFL, nFlags & ~O_NONBLOCK) < 0) // the receive thread blocks in recv
+            nResult = eSocketError;
+    }
+    if (nResult == eSuccess) {
         m_pState->m_nState = eStateConnected;
         try {
             pReception->m_oThread = std::thread([this, pReception] { Receive(pReception); });
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) { // no thread, or no memory for it
             nResult = eSocketError;
         }
     }
     if (nResult != eSuccess)
         m_pState->Retire();
     return nResult;
+} catch (const std::bad_alloc&) { // before anything was begun
+    return eSocketError;
 }
 
 int CZelIPConnection::DisconnectReq(unsigned int nTimeout)
@@ -327,9 +343,7 @@ int CZelIPConnection::DataReq(std::initializer_list<std::string_view> aoPieces, 
             nSent += static_cast<std::size_t>(nNow);
             Advance(oMessage, static_cast<std::size_t>(nNow));
         } else if (errno == EAGAIN) {
-            if (WaitForSocket(pReception->m_nSocket, POLLOUT, oDeadline))
-                continue;
-            nResult = eTimeout;
+            nResult = WaitForSocket(pReception->m_nSocket, POLLOUT, oDeadline);
         } else if (errno != EINTR) {
             nResult =
                 errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN ? eNotConnected : eSocketError;
@@ -424,9 +438,10 @@ void CZelIPConnection::CutTelegrams(CZelIPConnection& oConnection, SReception& o
             const std::size_t nTotal = pTelegram[0] + 256U * pTelegram[1] + 2;
             if (nTotal > MAX_TELEGRAM) {
                 if (CTraceServer::IsEnabled(16)) {
-                    const std::string strText =
-                        "telegram of " + std::to_string(nTotal) + " bytes is too long and is discarded.";
-                    CTraceServer::SendTraceMessage(16, 3, 0xFFFFFFFFU, __LINE__, UNIT, strText.c_str(), 0);
+                    char acText[80]; // needs no memory
+                    std::snprintf(acText, sizeof acText,
+                                  "telegram of %zu bytes is too long and is discarded.", nTotal);
+                    CTraceServer::SendTraceMessage(16, 3, 0xFFFFFFFFU, __LINE__, UNIT, acText, 0);
                 }
                 nSkip = nTotal;
                 continue;
@@ -454,10 +469,12 @@ void CZelIPConnection::Receive(const std::shared_ptr<SReception>& pReception)
     try {
         ConnectInd(true);
         CutTelegrams(*this, *pReception);
+    } catch (...) { // NOLINT(bugprone-empty-catch): no memory for the buffer, or an indication that throws
+    }
+    try {
         if (Lose(pReception))
             ConnectInd(false);
-    } catch (...) { // no memory for the buffer, or an indication that throws: the connection ends
-        Lose(pReception);
+    } catch (...) { // NOLINT(bugprone-empty-catch): it ends all the same
     }
     {
         const CZelLock oLock(pReception->m_oMutexSend);

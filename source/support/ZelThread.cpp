@@ -1,6 +1,6 @@
 #include "support/ZelThread.h"
 
-#include <system_error>
+#include <exception>
 
 CZelThread::~CZelThread()
 {
@@ -24,7 +24,7 @@ bool CZelThread::Create()
             } catch (...) { // NOLINT(bugprone-empty-catch): must not end the process
             }
         });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) { // no thread, or no memory for it
         return false;
     }
     return true;

@@ -1,0 +1,294 @@
+// System calls and allocations of the library that fail, one after the other, from opening to closing. This
+// program puts its own functions before those of the system; they concern the library's calls only.
+
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete" // the replaced operators use malloc and free
+
+#include "ConnectedTest.h"
+#include "QuorvelClientAWire.h"
+#include "QuorvelClientCANDll.h"
+#include "QuorvelDllSPI.h"
+#include "SimGatewayAWire.h"
+#include "SimGatewayCAN.h"
+#include "SimGatewaySPI.h"
+
+#include <cstdarg>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace
+{
+
+const std::string strAddress = OwnAddress();
+thread_local bool t_bLibrary = false; // this thread is in the library
+std::atomic<const char*> pFailing{""};
+std::atomic<int> nError{0};
+std::atomic<int> nLeft{0}; // calls until one fails
+
+bool Fails(const char* pCall)
+{
+    if (!t_bLibrary || std::strcmp(pCall, pFailing) != 0 || --nLeft != 0)
+        return false;
+    errno = nError;
+    return true;
+}
+
+template<class TFunction>
+TFunction* Real(const char* pName)
+{
+    return reinterpret_cast<TFunction*>(dlsym(RTLD_NEXT, pName));
+}
+
+void* Allocate(std::size_t nSize)
+{
+    void* const p = Fails("new") ? nullptr : std::malloc(nSize);
+    return p != nullptr ? p : throw std::bad_alloc();
+}
+
+struct SStart {
+    void* (*pRun)(void*);
+    void* pArgument;
+};
+
+} // namespace
+
+#pragma GCC visibility push(default)
+// clang-format off
+#define REPLACE(TYPE, NAME, PARAMETERS, FAILURE, ...)                                                        \
+    TYPE NAME PARAMETERS                                                                                     \
+    {                                                                                                        \
+        static auto* const s_pReal = Real<decltype(NAME)>(#NAME);                                            \
+        return Fails(#NAME) ? FAILURE : s_pReal(__VA_ARGS__);                                                \
+    }
+extern "C" {
+REPLACE(int, socket, (int n, int nType, int nProtocol) noexcept, -1, n, nType, nProtocol)
+REPLACE(int, connect, (int n, const sockaddr* p, socklen_t nLen), -1, n, p, nLen)
+REPLACE(int, poll, (pollfd* p, nfds_t n, int nTimeout), -1, p, n, nTimeout)
+REPLACE(ssize_t, sendmsg, (int n, const msghdr* p, int nFlags), -1, n, p, nFlags)
+REPLACE(ssize_t, recv, (int n, void* p, size_t nLen, int nFlags), -1, n, p, nLen, nFlags)
+REPLACE(int, getsockopt, (int n, int nLevel, int nName, void* p, socklen_t* pLen) noexcept, -1, n, nLevel, nName, p, pLen)
+REPLACE(int, setsockopt, (int n, int nLevel, int nName, const void* p, socklen_t nLen) noexcept, -1, n, nLevel, nName, p, nLen)
+int fcntl(int n, int nCommand, ...)
+{
+    static auto* const s_pReal = Real<decltype(fcntl)>("fcntl");
+    va_list pArguments;
+    va_start(pArguments, nCommand);
+    void* const p = va_arg(pArguments, void*);
+    va_end(pArguments);
+    return Fails("fcntl") ? -1 : s_pReal(n, nCommand, p);
+}
+REPLACE(int, getaddrinfo, (const char* pHost, const char* pService, const addrinfo* pHints, addrinfo** pFound), EAI_MEMORY, pHost, pService, pHints, pFound)
+// A thread that the library starts is in the library.
+    int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pRun)(void*),
+                       void* pArgument) noexcept
+{
+    if (t_bLibrary) {
+        pArgument = new (std::malloc(sizeof(SStart))) SStart{pRun, pArgument};
+        pRun = [](void* p) {
+            const SStart oStart = *static_cast<SStart*>(p);
+            std::free(p);
+            t_bLibrary = true;
+            return oStart.pRun(oStart.pArgument);
+        };
+    }
+    static auto* const s_pReal = Real<decltype(pthread_create)>("pthread_create");
+    if (!Fails("pthread_create"))
+        return s_pReal(pThread, pAttributes, pRun, pArgument);
+    std::free(pArgument);
+    return EAGAIN;
+}
+}
+void* operator new(std::size_t n) { return Allocate(n); }
+void* operator new[](std::size_t n) { return Allocate(n); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return std::malloc(n); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+// clang-format on
+#pragma GCC visibility pop
+
+namespace
+{
+
+constexpr int TIMEOUT = 500;
+constexpr int NO_MEMORY = -1; // a command is left by std::bad_alloc
+
+template<class FCall>
+int Library(FCall fnCall)
+{
+    t_bLibrary = true;
+    int nRC = NO_MEMORY;
+    try {
+        nRC = fnCall();
+    } catch (const std::bad_alloc&) {
+    }
+    t_bLibrary = false;
+    return nRC;
+}
+
+std::ptrdiff_t Count(const char* pDirectory)
+{
+    return std::distance(std::filesystem::directory_iterator(pDirectory), {});
+}
+
+using CResults = std::vector<int>;
+
+struct SCall {
+    const char* pName;
+    int nError;
+    CResults anResults; // that it may cause, besides 255: a transfer that failed
+};
+
+const SCall aoCalls[] = {
+    {"socket", EMFILE, {0x20000}},
+    {"connect", ECONNREFUSED, {0x20000}},
+    {"connect", ETIMEDOUT, {0x40000}},
+    {"poll", ENOMEM, {0x20000}},
+    {"poll", EINTR, {}},
+    {"getsockopt", ENOBUFS, {0x20000}},
+    {"setsockopt", ENOMEM, {}},
+    {"fcntl", EINVAL, {0x20000}},
+    {"getaddrinfo", 0, {0x20000}},
+    {"pthread_create", EAGAIN, {0x20000}},
+    {"sendmsg", ECONNRESET, {0x30000}},
+    {"sendmsg", ENOBUFS, {0x20000}},
+    {"sendmsg", EAGAIN, {}},
+    {"sendmsg", EINTR, {}},
+    {"recv", EINTR, {}},
+    {"recv", ECONNRESET, {0x30000, 0x40000}},
+    {"new", 0, {0x20000, 0x30000, 0x40000, 0xFF, NO_MEMORY}},
+};
+
+// Has every call fail, one after the other, in a life of clients, which gives all results.
+template<class FLife>
+void Check(CSimGateway& oGateway, FLife fnLife)
+{
+    std::string strError;
+    const auto nPort = static_cast<unsigned short>(4999 + oGateway.GetKind());
+    ASSERT_TRUE(oGateway.Start(strAddress, nPort, &strError)) << strError;
+    const auto fnInUse = [] { return std::pair(Count("/proc/self/fd"), Count("/proc/self/task")); };
+    auto oBefore = fnInUse();
+    fnLife();
+    for (const SCall& oCall : aoCalls) {
+        int nCall = 0;
+        do {
+            SCOPED_TRACE(std::string(oCall.pName) + " " + std::to_string(oCall.nError) + ", call " +
+                         std::to_string(++nCall));
+            EXPECT_TRUE(WaitUntil([&] { return fnInUse() == oBefore; }));
+            nError = oCall.nError;
+            nLeft = nCall;
+            pFailing = oCall.pName;
+            CResults anResults;
+            EXPECT_LT(Milliseconds([&] { anResults = fnLife(); }), 10000);
+            pFailing = "";
+            for (const int nRC : anResults)
+                EXPECT_TRUE(nRC == 0 ||
+                            (nLeft <= 0 && (nRC == 255 || std::count(oCall.anResults.begin(),
+                                                                     oCall.anResults.end(), nRC) > 0)))
+                    << std::hex << nRC;
+            if (nCall == 1 && !oCall.anResults.empty() && oCall.anResults.back() != NO_MEMORY) {
+                EXPECT_NE(CResults(anResults.size()), anResults) << "no consequence";
+            }
+        } while (nLeft <= 0 && !testing::Test::HasFailure());
+    }
+}
+
+// The steps, mostly twice, with one client, which is closed before and destroyed unclosed. Each time the first failure
+// ends the steps, and the second time there is none when the call has failed before.
+template<class TClient>
+CResults Live(std::unique_ptr<TClient> (*pNew)(), const std::vector<std::function<int(TClient&)>>& aoSteps,
+              int nRounds = 2)
+{
+    std::unique_ptr<TClient> pClient;
+    CResults anResults{Library([&] {
+        pClient = pNew();
+        return 0;
+    })};
+    for (int nRound = 0; pClient && nRound < nRounds; ++nRound) {
+        const bool bFailed = nLeft <= 0;
+        anResults.push_back(Library([&] { return pClient->Close(); }));
+        anResults.push_back(Library([&] { return pClient->Connect(strAddress.c_str(), 0, 1, true); }));
+        for (auto it = aoSteps.begin(); anResults.back() == 0 && it != aoSteps.end(); ++it)
+            anResults.push_back(Library([&] { return (*it)(*pClient); }));
+        EXPECT_TRUE(!bFailed || anResults.back() == 0) << "not usable any more";
+    }
+    Library([&] {
+        pClient.reset();
+        return 0;
+    });
+    return anResults;
+}
+
+} // namespace
+
+TEST(SystemFailureTest, Exchanges)
+{
+    CSimGatewayCAN oGateway;
+    using C = CQuorvelClientCANDll;
+    Check(oGateway, [&] {
+        return Live<C>(
+            [] { return std::make_unique<C>(1, TIMEOUT); },
+            {[](C& c) { return c.Open(true, true); },
+             [](C& c) {
+                 c.SetMaxSizePerQueue(0);
+                 c.SetMaxSizePerQueue(9);
+                 return c.Write(1, "ab", 2, 0, nullptr, nullptr);
+             },
+             [](C& c) {
+                 std::string str;
+                 return c.Status(str);
+             },
+             [](C& c) { return c.CANGetMessage(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }});
+    });
+}
+
+TEST(SystemFailureTest, FileTransfer)
+{
+    using C = CQuorvelClientAWire;
+    static const std::string s_strFile = testing::TempDir() + "quorvel-failure-" + std::to_string(getpid());
+    std::ofstream(s_strFile) << "S1060000010203F3\n";
+    CSimGatewayAWire oGateway;
+    Check(oGateway, [&] {
+        return Live<C>([] { return std::make_unique<C>(TIMEOUT); },
+                       {[](C& c) { return c.SetConfig(1000000, 0, 1048576, 512, "t"); },
+                        [](C& c) { return c.WriteFile(s_strFile); },
+                        [](C& c) {
+                            C::FileStep::EFileStep eStep{};
+                            unsigned char nPercent = 0;
+                            const auto oEnd = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+                            while (eStep != C::FileStep::eFailed && eStep != C::FileStep::eFinished &&
+                                   std::chrono::steady_clock::now() < oEnd)
+                                if (const int nRC = c.GetWriteFileStatus(eStep, nPercent))
+                                    return nRC;
+                            return eStep == C::FileStep::eFinished ? 0 : 255;
+                        }},
+                       1); // a lost report leaves the transfer under way
+    });
+    unlink(s_strFile.c_str());
+}
+
+TEST(SystemFailureTest, CInterface)
+{
+    CSimGatewaySPI oGateway;
+    Check(oGateway, [] {
+        int nHandle = 0;
+        short nID = 0;
+        char acRead[4];
+        CResults anResults{Library([&] { return SPIOpenDevice(&nHandle, strAddress.c_str(), TIMEOUT); })};
+        EXPECT_EQ(anResults[0] == 0, nHandle != -1);
+        if (anResults[0] != 0)
+            return anResults;
+        anResults.push_back(Library([&] { return SPIDataReq(nHandle, "\x9f", 1, acRead, 4); }));
+        anResults.push_back(Library([&] { return SPISequenceReq(nHandle, "\1\1\0\5", 4, &nID); }));
+        if (anResults.back() == 0)
+            anResults.push_back(Library([&] { return SPISequenceGetCnf(nHandle, nID, acRead, 4); }));
+        anResults.push_back(Library([&] { return SPICloseDevice(nHandle); }));
+        return anResults;
+    });
+}
