@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <fmt/chrono.h>
 #include <functional>
 #include <memory>
@@ -140,7 +139,8 @@ class CRestart : public CKindVerb
   public:
     explicit CRestart(CLI::App& oGroup) : CKindVerb(oGroup, "restart", "Restart the gateway")
     {
-        m_oApp.add_flag("!--no-wait", m_bWait, "Do not wait until the gateway answers again");
+        m_oApp.add_flag_callback(
+            "--no-wait", [this] { m_bWait = false; }, "Do not wait until the gateway answers again");
         m_oApp.footer(
             "All clients of the gateway lose their connection. Waits until the gateway has closed this "
             "one and answers again on a new one, and prints how long that took; --timeout holds for all "

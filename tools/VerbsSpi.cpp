@@ -355,8 +355,9 @@ class CFlashVerb : public CVerb
                                : strText + " is no power of two from 1 to 4096";
                 },
                 ""));
-        m_oApp.add_flag("!--no-preserve", m_oFlash.bPreserve,
-                        "Do not program again what lies in an erased piece beside the data");
+        m_oApp.add_flag_callback(
+            "--no-preserve", [this] { m_oFlash.bPreserve = false; },
+            "Do not program again what lies in an erased piece beside the data");
     }
 
     // Loads the image. What it reaches is tested by Fits, when the size is known.
@@ -635,8 +636,11 @@ class CFlashWrite : public CFlashVerb
     {
         AddFile();
         AddErase();
-        m_oApp.add_flag("!-D,!--no-erase", m_oFlash.bErase, "Erase nothing: the flash is erased already");
-        m_oApp.add_flag("!-V,!--no-verify", m_bVerify, "Do not compare afterwards");
+        m_oApp.add_flag_callback(
+            "-D,--no-erase", [this] { m_oFlash.bErase = false; },
+            "Erase nothing: the flash is erased already");
+        m_oApp.add_flag_callback(
+            "-V,--no-verify", [this] { m_bVerify = false; }, "Do not compare afterwards");
         m_oApp.footer(
             "Erases and programs only where the flash differs from the image; so writing again what is there "
             "takes little time. What lies beside the image in a piece that has to be erased is read before "
