@@ -469,6 +469,7 @@ class CSet : public CI2cVerb
         if (oAccess.eMode == SI2cAccess::eConsecutive)
             oAccess.nRegister.reset();
         oAccess.nLength = m_strValue.size();
+        oAccess.bPec = false; // as i2cset: only the write has one
         return oBus.ReadValue(oAccess, strBytes);
     }
 
