@@ -2,6 +2,7 @@
 
 #include "CanLog.h"
 #include "CanReceiver.h"
+#include "Choice.h"
 #include "File.h"
 #include "Groups.h"
 #include "Kinds.h"
@@ -24,7 +25,6 @@ constexpr unsigned FLAG_EXTENDED = 0x01;
 constexpr unsigned FLAG_REMOTE = 0x02;
 constexpr double MAX_TIME = 4294967295.0; // seconds, in 32 bits
 
-const std::map<std::string, bool> ON_OFF{{"on", true}, {"off", false}};
 const std::map<std::string, unsigned> MODES{{"normal", 0}, {"listen", 1}, {"loop-back", 2}};
 
 const char* OnOff(bool bOn)
@@ -208,7 +208,7 @@ class CCanDump : public CReceiveVerb
     explicit CCanDump(CLI::App& oGroup)
         : CReceiveVerb(oGroup, "dump", "Show the frames that the gateway receives, as candump does")
     {
-        m_oApp.add_option("FILTER", m_strFilter, "Which frames; see below");
+        m_oApp.add_option("FILTER", m_strFilter, "Which frames; see below")->type_name("");
         AddOptions();
         m_oApp.add_flag("-a", m_oForm.bAscii, "Show the data as characters too");
         m_oApp.add_flag("-8", m_oForm.bRawDlc, "Show the length code in braces");
@@ -283,8 +283,9 @@ class CCanLog : public CReceiveVerb
     explicit CCanLog(CLI::App& oGroup)
         : CReceiveVerb(oGroup, "log", "Log the frames that the gateway receives into a file")
     {
-        m_oApp.add_option("FILE", m_strFile,
-                          "The file, - for standard output; default candump-DATE_TIME.log");
+        m_oApp
+            .add_option("FILE", m_strFile, "The file, - for standard output; default candump-DATE_TIME.log")
+            ->type_name("");
         AddOptions();
         m_oApp
             .add_option("--format", m_strFormat,
@@ -381,7 +382,7 @@ class CCanSend : public CVerb
   public:
     explicit CCanSend(CLI::App& oGroup) : CVerb(oGroup, "send", "Send frames")
     {
-        m_oApp.add_option("FRAME", m_astrFrames, "The frames, as for cansend")->required();
+        m_oApp.add_option("FRAME", m_astrFrames, "The frames, as for cansend")->type_name("")->required();
         m_oApp.add_option("--count", m_nCount, "Send all of them so often; 0: until Ctrl-C")
             ->type_name("N")
             ->capture_default_str();
@@ -465,13 +466,14 @@ class CCanPlay : public CVerb
     explicit CCanPlay(CLI::App& oGroup) : CVerb(oGroup, "play", "Send the frames of a log, with its timing")
     {
         m_oApp.add_option("FILE", m_strFile, "The log, a log file or an ASC file; - for standard input")
+            ->type_name("")
             ->required();
         m_oApp.add_option("-l", m_strLoops, "Play it so often; i: until Ctrl-C")
             ->type_name("NUM|i")
             ->capture_default_str();
         m_oApp.add_flag("-t", m_bNoTiming, "Ignore the times: send the frames one after the other");
         m_oApp
-            .add_option("-g", m_nGap,
+            .add_option("--gap", m_nGap,
                         "The least time to wait: frames that are due by then follow each other at once")
             ->type_name("MS")
             ->capture_default_str()
@@ -484,7 +486,8 @@ class CCanPlay : public CVerb
             ->check(CLI::Range(1U, 0xFFFFFFFFU).description(""));
         m_oApp.add_option("--from", m_strFrom, "Only the frames that were logged on this bus")
             ->type_name("NAME");
-        m_oApp.footer("The options are those of canplayer. The gateway confirms every frame. FD, XL and "
+        m_oApp.footer("The options are those of canplayer, whose -g is --gap here. The gateway confirms "
+                      "every frame. FD, XL and "
                       "error frames are "
                       "left out, remote frames and length codes above 8 are sent with the plain length; a "
                       "warning counts "
@@ -636,7 +639,7 @@ class CCanConfig : public CVerb
                         "normal; listen: hears, but neither sends nor acknowledges; loop-back: frames go to "
                         "the gateway's own clients only")
             ->type_name("normal|listen|loop-back")
-            ->transform(CLI::CheckedTransformer(MODES).description(""));
+            ->transform(Choice(MODES));
         AddSwitch("--termination", m_bTermination, "Terminating resistor");
         AddSwitch("--high-speed", m_bHighSpeed, "High-speed transceiver");
         AddSwitch("--time-stamps", m_bTimeStamps, "Received frames carry the gateway's time");
@@ -698,9 +701,7 @@ class CCanConfig : public CVerb
 
     void AddSwitch(const std::string& strName, std::optional<bool>& bValue, const std::string& strText)
     {
-        m_oApp.add_option(strName, bValue, strText)
-            ->type_name("on|off")
-            ->transform(CLI::CheckedTransformer(ON_OFF).description(""));
+        m_oApp.add_option(strName, bValue, strText)->type_name("on|off")->transform(Choice(ON_OFF));
     }
 
     static int Read(CCan& oCan, SSettings& oNow)
@@ -747,7 +748,8 @@ class CCanFilterVerb : public CVerb
     explicit CCanFilterVerb(CLI::App& oGroup)
         : CVerb(oGroup, "filter", "Show or change the filter of the gateway")
     {
-        m_oApp.add_option("FILTER", m_astrFilters, "show, clear, or up to 8 filters such as 123:7FF");
+        m_oApp.add_option("FILTER", m_astrFilters, "show, clear, or up to 8 filters such as 123:7FF")
+            ->type_name("");
         m_oApp.footer(
             "Without arguments, or with show, prints the filters, one a line; nothing is printed when all "
             "frames pass. A frame passes when its identifier agrees with that of a filter in the bits of the "
@@ -820,7 +822,7 @@ class CCanPower : public CVerb
     {
         m_oApp.add_option("--relay", m_bRelay, "The power relay")
             ->type_name("on|off")
-            ->transform(CLI::CheckedTransformer(ON_OFF).description(""));
+            ->transform(Choice(ON_OFF));
         m_oApp.add_option("--supplies", m_nSupplies, "Which supplies are active: one bit each")
             ->type_name("MASK");
         m_oApp.footer("Changes what is given, then prints the state. A supply is live when it is active and "
