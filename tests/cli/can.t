@@ -43,7 +43,7 @@ A frame that one sends, another sees; both are told so by the gateway:
       can0  RX - -       0AB   {1}  00                        '.'
     $ listen --json can dump -n 2 can0,12345678:DFFFFFFF,7FF:7FF
     $ quorvel can send --count 2 123#11 12345678#AA 7FF#R
-    $ finish | sed 's/"time":[0-9.]*/"time":T/'
+    $ finish > seen; sed 's/"time":[0-9.]*/"time":T/' seen
     {"time":T,"interface":"can0","id":305419896,"extended":true,"remote":false,"fd":false,"data":"aa"}
     {"time":T,"interface":"can0","id":2047,"extended":false,"remote":true,"fd":false,"data":"","length":0}
 
@@ -59,8 +59,8 @@ What cannot be sent is found before; what nobody acknowledges is told:
     quorvel: 'can1': 3 hex digits (11 bits) or 8 (29 bits), then #
     [2]
     $ quorvel can config --mode listen > /dev/null; quorvel can send 123#00; quorvel can config --mode normal > /dev/null
-    quorvel: CAN gateway 127.90.3.1:5001: send 123#00: 0x00000221, CAN error while sending
-    $ quorvel can send --count 0 --interval 1000 123#00 & wait_for=$!; listen can dump -n 1; finish; kill -INT $wait_for; wait $wait_for
+    quorvel: CAN gateway 127.90.3.1:5001: send 123#00: 0x00000221, CAN transmit error
+    $ (exec quorvel -g $GATEWAY can send --count 0 --interval 200 123#00) & wait_for=$!; listen can dump -n 1; finish; kill -INT $wait_for; wait $wait_for
       can0  123   [1]  00
     [130]
     $ quorvel can dump 123:7FF,x
@@ -132,7 +132,7 @@ Lost frames are counted:
 Playing a log: its order, its timing (0.3 s), what is left out; an ASC file too:
 
     $ printf '(%s) %s\n' 10.000000 'can0 123#11' 10.100000 'can1 124#22' 10.200000 'can0 213##3AABB' 10.300000 'can0 123#R4 T' > play.log
-    $ listen can dump -L -n 3 -td; start=${EPOCHREALTIME/./}; quorvel -v can play play.log; echo $((${EPOCHREALTIME/./} - start >= 300000)); finish | sed 's/(.*) //'
+    $ listen can dump -L -n 3 -td; start=${EPOCHREALTIME/./}; quorvel -v can play play.log; echo $((${EPOCHREALTIME/./} - start >= 300000)); finish > seen; sed 's/(.*) //' seen
     quorvel: warning: 1 FD, XL or error frames are left out
     quorvel: warning: 1 frames are sent with another length code
     (0000000010.000000) can0 123#11
