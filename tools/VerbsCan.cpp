@@ -519,7 +519,7 @@ class CCanPlay : public CVerb
         if (m_nCount != 0 && (nTotal == 0 || nTotal > m_nCount))
             nTotal = m_nCount;
         std::optional<CProgress> oProgress;
-        if (nTotal > 1000 || (nTotal != 0 && !m_bNoTiming && m_nDuration > 1'000'000'000))
+        if (nTotal > 1000 || (nTotal != 0 && !m_bNoTiming && m_oDuration > std::chrono::seconds(1)))
             oProgress.emplace(oTool, "Sending", nTotal);
         for (std::uint64_t i = 0; (m_strLoops == "i" || i < *nLoops) && !IsComplete(); ++i) {
             if (const int nStatus = Play(oTool, oCan, strContent, oProgress); nStatus != 0)
@@ -541,13 +541,25 @@ class CCanPlay : public CVerb
                GetObstacle(oRecord.oFrame, true).empty();
     }
 
+    // How long to wait before a frame; nothing where the times jump back, or by more than is wanted: the log begins
+    // anew there.
+    std::optional<std::chrono::nanoseconds> GetGap(std::optional<std::int64_t>& nBefore,
+                                                   std::int64_t nTime) const
+    {
+        const std::int64_t nGap = nTime - nBefore.value_or(nTime);
+        nBefore = nTime;
+        if (nGap < 0 || (m_nSkip && nGap > std::int64_t{*m_nSkip} * 1'000'000'000))
+            return std::nullopt;
+        return std::chrono::nanoseconds(nGap);
+    }
+
     // Looks whether the whole log can be read, and what of it can be sent.
     int CheckLog(CTool& oTool, const std::string& strContent)
     {
         CCanLogReader oReader(strContent);
         SCanRecord oRecord;
         std::uint64_t nChanged = 0;
-        std::int64_t nFirst = 0;
+        std::optional<std::int64_t> nBefore;
         while (oReader.Next(oRecord)) {
             if (!m_strFrom.empty() && oRecord.strInterface != m_strFrom)
                 continue;
@@ -555,9 +567,8 @@ class CCanPlay : public CVerb
                 ++m_nLeftOut;
                 continue;
             }
-            if (m_nFrames++ == 0)
-                nFirst = oRecord.nTime;
-            m_nDuration = std::max(m_nDuration, oRecord.nTime - nFirst);
+            ++m_nFrames;
+            m_oDuration += GetGap(nBefore, oRecord.nTime).value_or(std::chrono::nanoseconds(0));
             nChanged += GetObstacle(oRecord.oFrame, false).empty() ? 0 : 1;
         }
         if (!oReader.GetError().empty())
@@ -583,13 +594,8 @@ class CCanPlay : public CVerb
         while (!IsComplete() && oReader.Next(oRecord)) {
             if (!IsWanted(oRecord))
                 continue;
-            const std::int64_t nGap = oRecord.nTime - nBefore.value_or(oRecord.nTime);
-            nBefore = oRecord.nTime;
-            // Where the times jump back, or by more than is wanted, the log begins anew.
-            if (nGap < 0 || (m_nSkip && nGap > std::int64_t{*m_nSkip} * 1'000'000'000))
-                oDue = CSteady::now();
-            else
-                oDue += std::chrono::nanoseconds(nGap);
+            const auto oGap = GetGap(nBefore, oRecord.nTime);
+            oDue = oGap ? oDue + *oGap : CSteady::now();
             auto oWait = oDue - CSteady::now();
             if (m_bNoTiming || oWait <= CSteady::duration::zero())
                 oWait = CSteady::duration::zero();
@@ -623,7 +629,7 @@ class CCanPlay : public CVerb
     std::uint64_t m_nFrames = 0; // that can be sent
     std::uint64_t m_nLeftOut = 0;
     std::uint64_t m_nSent = 0;
-    std::int64_t m_nDuration = 0; // nanoseconds
+    std::chrono::nanoseconds m_oDuration{0};
 };
 
 class CCanConfig : public CVerb
