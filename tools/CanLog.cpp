@@ -127,7 +127,7 @@ void CAscWriter::Append(std::string& strText, const SCanRecord& oRecord)
                        oFrame.strData.size());
         for (const char cByte : oFrame.strData)
             fmt::format_to(oOut, " {:02X}", static_cast<unsigned char>(cByte));
-        fmt::format_to(oOut, "   {:8} {:4} {:8X} 0 0 0 0 0\n", 130000, 130,
+        fmt::format_to(oOut, " {:8} {:4} {:8X} 0 0 0 0 0\n", 130000, 130,
                        0x1000 + (bSwitched ? 0x2000 : 0) + (bIndicator ? 0x4000 : 0));
         return;
     }

@@ -2,6 +2,7 @@
 
 #include "CanLog.h"
 #include "CanReceiver.h"
+#include "Choice.h"
 #include "File.h"
 #include "Groups.h"
 #include "Kinds.h"
@@ -24,7 +25,6 @@ constexpr unsigned FLAG_EXTENDED = 0x01;
 constexpr unsigned FLAG_REMOTE = 0x02;
 constexpr double MAX_TIME = 4294967295.0; // seconds, in 32 bits
 
-const std::map<std::string, bool> ON_OFF{{"on", true}, {"off", false}};
 const std::map<std::string, unsigned> MODES{{"normal", 0}, {"listen", 1}, {"loop-back", 2}};
 
 const char* OnOff(bool bOn)
@@ -208,7 +208,7 @@ class CCanDump : public CReceiveVerb
     explicit CCanDump(CLI::App& oGroup)
         : CReceiveVerb(oGroup, "dump", "Show the frames that the gateway receives, as candump does")
     {
-        m_oApp.add_option("FILTER", m_strFilter, "Which frames; see below");
+        m_oApp.add_option("FILTER", m_strFilter, "Which frames; see below")->type_name("");
         AddOptions();
         m_oApp.add_flag("-a", m_oForm.bAscii, "Show the data as characters too");
         m_oApp.add_flag("-8", m_oForm.bRawDlc, "Show the length code in braces");
@@ -283,8 +283,9 @@ class CCanLog : public CReceiveVerb
     explicit CCanLog(CLI::App& oGroup)
         : CReceiveVerb(oGroup, "log", "Log the frames that the gateway receives into a file")
     {
-        m_oApp.add_option("FILE", m_strFile,
-                          "The file, - for standard output; default candump-DATE_TIME.log");
+        m_oApp
+            .add_option("FILE", m_strFile, "The file, - for standard output; default candump-DATE_TIME.log")
+            ->type_name("");
         AddOptions();
         m_oApp
             .add_option("--format", m_strFormat,
@@ -381,7 +382,7 @@ class CCanSend : public CVerb
   public:
     explicit CCanSend(CLI::App& oGroup) : CVerb(oGroup, "send", "Send frames")
     {
-        m_oApp.add_option("FRAME", m_astrFrames, "The frames, as for cansend")->required();
+        m_oApp.add_option("FRAME", m_astrFrames, "The frames, as for cansend")->type_name("")->required();
         m_oApp.add_option("--count", m_nCount, "Send all of them so often; 0: until Ctrl-C")
             ->type_name("N")
             ->capture_default_str();
@@ -465,13 +466,14 @@ class CCanPlay : public CVerb
     explicit CCanPlay(CLI::App& oGroup) : CVerb(oGroup, "play", "Send the frames of a log, with its timing")
     {
         m_oApp.add_option("FILE", m_strFile, "The log, a log file or an ASC file; - for standard input")
+            ->type_name("")
             ->required();
         m_oApp.add_option("-l", m_strLoops, "Play it so often; i: until Ctrl-C")
             ->type_name("NUM|i")
             ->capture_default_str();
         m_oApp.add_flag("-t", m_bNoTiming, "Ignore the times: send the frames one after the other");
         m_oApp
-            .add_option("-g", m_nGap,
+            .add_option("--gap", m_nGap,
                         "The least time to wait: frames that are due by then follow each other at once")
             ->type_name("MS")
             ->capture_default_str()
@@ -484,7 +486,8 @@ class CCanPlay : public CVerb
             ->check(CLI::Range(1U, 0xFFFFFFFFU).description(""));
         m_oApp.add_option("--from", m_strFrom, "Only the frames that were logged on this bus")
             ->type_name("NAME");
-        m_oApp.footer("The options are those of canplayer. The gateway confirms every frame. FD, XL and "
+        m_oApp.footer("The options are those of canplayer, whose -g is --gap here. The gateway confirms "
+                      "every frame. FD, XL and "
                       "error frames are "
                       "left out, remote frames and length codes above 8 are sent with the plain length; a "
                       "warning counts "
@@ -516,7 +519,7 @@ class CCanPlay : public CVerb
         if (m_nCount != 0 && (nTotal == 0 || nTotal > m_nCount))
             nTotal = m_nCount;
         std::optional<CProgress> oProgress;
-        if (nTotal > 1000 || (nTotal != 0 && !m_bNoTiming && m_nDuration > 1'000'000'000))
+        if (nTotal > 1000 || (nTotal != 0 && !m_bNoTiming && m_oDuration > std::chrono::seconds(1)))
             oProgress.emplace(oTool, "Sending", nTotal);
         for (std::uint64_t i = 0; (m_strLoops == "i" || i < *nLoops) && !IsComplete(); ++i) {
             if (const int nStatus = Play(oTool, oCan, strContent, oProgress); nStatus != 0)
@@ -538,13 +541,25 @@ class CCanPlay : public CVerb
                GetObstacle(oRecord.oFrame, true).empty();
     }
 
+    // How long to wait before a frame; nothing where the times jump back, or by more than is wanted: the log begins
+    // anew there.
+    std::optional<std::chrono::nanoseconds> GetGap(std::optional<std::int64_t>& nBefore,
+                                                   std::int64_t nTime) const
+    {
+        const std::int64_t nGap = nTime - nBefore.value_or(nTime);
+        nBefore = nTime;
+        if (nGap < 0 || (m_nSkip && nGap > std::int64_t{*m_nSkip} * 1'000'000'000))
+            return std::nullopt;
+        return std::chrono::nanoseconds(nGap);
+    }
+
     // Looks whether the whole log can be read, and what of it can be sent.
     int CheckLog(CTool& oTool, const std::string& strContent)
     {
         CCanLogReader oReader(strContent);
         SCanRecord oRecord;
         std::uint64_t nChanged = 0;
-        std::int64_t nFirst = 0;
+        std::optional<std::int64_t> nBefore;
         while (oReader.Next(oRecord)) {
             if (!m_strFrom.empty() && oRecord.strInterface != m_strFrom)
                 continue;
@@ -552,9 +567,8 @@ class CCanPlay : public CVerb
                 ++m_nLeftOut;
                 continue;
             }
-            if (m_nFrames++ == 0)
-                nFirst = oRecord.nTime;
-            m_nDuration = std::max(m_nDuration, oRecord.nTime - nFirst);
+            ++m_nFrames;
+            m_oDuration += GetGap(nBefore, oRecord.nTime).value_or(std::chrono::nanoseconds(0));
             nChanged += GetObstacle(oRecord.oFrame, false).empty() ? 0 : 1;
         }
         if (!oReader.GetError().empty())
@@ -580,13 +594,8 @@ class CCanPlay : public CVerb
         while (!IsComplete() && oReader.Next(oRecord)) {
             if (!IsWanted(oRecord))
                 continue;
-            const std::int64_t nGap = oRecord.nTime - nBefore.value_or(oRecord.nTime);
-            nBefore = oRecord.nTime;
-            // Where the times jump back, or by more than is wanted, the log begins anew.
-            if (nGap < 0 || (m_nSkip && nGap > std::int64_t{*m_nSkip} * 1'000'000'000))
-                oDue = CSteady::now();
-            else
-                oDue += std::chrono::nanoseconds(nGap);
+            const auto oGap = GetGap(nBefore, oRecord.nTime);
+            oDue = oGap ? oDue + *oGap : CSteady::now();
             auto oWait = oDue - CSteady::now();
             if (m_bNoTiming || oWait <= CSteady::duration::zero())
                 oWait = CSteady::duration::zero();
@@ -620,7 +629,7 @@ class CCanPlay : public CVerb
     std::uint64_t m_nFrames = 0; // that can be sent
     std::uint64_t m_nLeftOut = 0;
     std::uint64_t m_nSent = 0;
-    std::int64_t m_nDuration = 0; // nanoseconds
+    std::chrono::nanoseconds m_oDuration{0};
 };
 
 class CCanConfig : public CVerb
@@ -636,7 +645,7 @@ class CCanConfig : public CVerb
                         "normal; listen: hears, but neither sends nor acknowledges; loop-back: frames go to "
                         "the gateway's own clients only")
             ->type_name("normal|listen|loop-back")
-            ->transform(CLI::CheckedTransformer(MODES).description(""));
+            ->transform(Choice(MODES));
         AddSwitch("--termination", m_bTermination, "Terminating resistor");
         AddSwitch("--high-speed", m_bHighSpeed, "High-speed transceiver");
         AddSwitch("--time-stamps", m_bTimeStamps, "Received frames carry the gateway's time");
@@ -698,9 +707,7 @@ class CCanConfig : public CVerb
 
     void AddSwitch(const std::string& strName, std::optional<bool>& bValue, const std::string& strText)
     {
-        m_oApp.add_option(strName, bValue, strText)
-            ->type_name("on|off")
-            ->transform(CLI::CheckedTransformer(ON_OFF).description(""));
+        m_oApp.add_option(strName, bValue, strText)->type_name("on|off")->transform(Choice(ON_OFF));
     }
 
     static int Read(CCan& oCan, SSettings& oNow)
@@ -747,7 +754,8 @@ class CCanFilterVerb : public CVerb
     explicit CCanFilterVerb(CLI::App& oGroup)
         : CVerb(oGroup, "filter", "Show or change the filter of the gateway")
     {
-        m_oApp.add_option("FILTER", m_astrFilters, "show, clear, or up to 8 filters such as 123:7FF");
+        m_oApp.add_option("FILTER", m_astrFilters, "show, clear, or up to 8 filters such as 123:7FF")
+            ->type_name("");
         m_oApp.footer(
             "Without arguments, or with show, prints the filters, one a line; nothing is printed when all "
             "frames pass. A frame passes when its identifier agrees with that of a filter in the bits of the "
@@ -820,7 +828,7 @@ class CCanPower : public CVerb
     {
         m_oApp.add_option("--relay", m_bRelay, "The power relay")
             ->type_name("on|off")
-            ->transform(CLI::CheckedTransformer(ON_OFF).description(""));
+            ->transform(Choice(ON_OFF));
         m_oApp.add_option("--supplies", m_nSupplies, "Which supplies are active: one bit each")
             ->type_name("MASK");
         m_oApp.footer("Changes what is given, then prints the state. A supply is live when it is active and "

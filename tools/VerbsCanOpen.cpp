@@ -1,6 +1,7 @@
 // The group `canopen`.
 
 #include "CanReceiver.h"
+#include "Choice.h"
 #include "File.h"
 #include "Groups.h"
 #include "Progress.h"
@@ -210,13 +211,13 @@ class CNmt : public CVerb
   public:
     explicit CNmt(CLI::App& oGroup) : CVerb(oGroup, "nmt", "Start, stop or reset nodes")
     {
-        m_oApp.add_option("NODE", m_strNode, "The node, 1 to 127, or all")->required();
+        m_oApp.add_option("NODE", m_strNode, "The node, 1 to 127, or all")->type_name("")->required();
         m_oApp
             .add_option("COMMAND", m_nCommand,
                         "start, stop, pre-operational, reset-node or reset-communication")
             ->required()
             ->type_name("")
-            ->transform(CLI::CheckedTransformer(COMMANDS).description(""));
+            ->transform(Choice(COMMANDS));
         m_oApp.footer("Nodes do not confirm such a command; events shows their states.\n\n"
                       "quorvel -g 192.168.0.10 canopen nmt all start");
     }
@@ -377,6 +378,7 @@ class CSdoVerb : public CVerb
     {
         AddNode(m_oApp, m_oObject.nNode);
         m_oApp.add_option("INDEX[:SUB]", m_strIndex, "The object, such as 0x1018:1; without SUB 0")
+            ->type_name("")
             ->required();
     }
 
@@ -491,7 +493,7 @@ class CSdoWrite : public CSdoVerb
   public:
     explicit CSdoWrite(CLI::App& oGroup) : CSdoVerb(oGroup, "write", "Write an object of a node")
     {
-        m_oApp.add_option("VALUE", m_astrValue, "The value, or bytes in hex as they are sent");
+        m_oApp.add_option("VALUE", m_astrValue, "The value, or bytes in hex as they are sent")->type_name("");
         AddOptions();
         m_oApp.add_option("-f,--file", m_strFile, "Take the bytes from this file, - for standard input")
             ->type_name("FILE");
@@ -569,8 +571,8 @@ class CPdoSend : public CVerb
                         "rpdo1 to rpdo4, which the node receives; or tpdo1 to tpdo4, in the node's place")
             ->required()
             ->type_name("")
-            ->transform(CLI::CheckedTransformer(PDOS, CLI::ignore_case).description(""));
-        m_oApp.add_option("BYTES", m_astrBytes, "Up to 8 bytes, in hex");
+            ->transform(Choice(PDOS));
+        m_oApp.add_option("BYTES", m_astrBytes, "Up to 8 bytes, in hex")->type_name("");
         m_oApp.footer("quorvel -g 192.168.0.10 canopen pdo send 1 rpdo1 01 02 03 04");
     }
 
