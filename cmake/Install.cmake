@@ -16,6 +16,14 @@ if(TARGET quorvel-sim)
 endif()
 if(TARGET quorvel-command)
     install(TARGETS quorvel-command RUNTIME COMPONENT tools)
+    set(QUORVEL_PAGES_DIR ${PROJECT_BINARY_DIR}/tools)
+    install(DIRECTORY ${QUORVEL_PAGES_DIR}/man-compressed/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES ${QUORVEL_PAGES_DIR}/completion/quorvel
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    install(FILES ${QUORVEL_PAGES_DIR}/completion/_quorvel
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
+    install(FILES ${QUORVEL_PAGES_DIR}/completion/quorvel.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()
 
 install(EXPORT quorvelTargets NAMESPACE quorvel:: DESTINATION ${QUORVEL_PACKAGE_DIR}

@@ -18,7 +18,7 @@ using SRange = CImage::SRange;
 
 constexpr std::size_t MAX_FAULTS = 20;     // of one file that are told one by one
 constexpr std::size_t MAX_QUOTED = 80;     // characters of a line
-constexpr std::size_t MAX_PAGES = 16384;   // of the reader's map, 8 KiB each
+constexpr std::size_t MAX_PAGES = 8192;    // of the reader's map, 8 KiB each
 constexpr unsigned MAX_BLOCK = 0x40000000; // bytes
 
 // The library's map, which takes much more memory than the bytes in it when these are far apart.

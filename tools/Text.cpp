@@ -90,7 +90,8 @@ std::vector<std::string> FindNearest(const std::string& strText, const std::vect
                 anRow[j + 1] = std::min({nChanged, nDiagonal + 1, anRow[j] + 1});
             }
         }
-        if (strName.starts_with(strText) || anRow.back() <= std::max<std::size_t>(1, strName.size() / 3))
+        if (strName.starts_with(strText) ||
+            anRow.back() <= std::max<std::size_t>(1, (strName.size() + 1) / 3))
             aoFound.emplace_back(anRow.back(), strName);
     }
     std::stable_sort(aoFound.begin(), aoFound.end(),

@@ -1,6 +1,7 @@
 #include "Tool.h"
 
 #include "Groups.h"
+#include "Help.h"
 #include "Kinds.h"
 #include "Text.h"
 #include "WireTrace.h"
@@ -68,6 +69,8 @@ CTool::~CTool()
 
 void CTool::AddOptions()
 {
+    m_oApp.formatter(std::make_shared<CHelp>());
+    m_oApp.set_help_flag("-h,--help", "Print this help");
     m_oApp.fallthrough();
     m_oApp.require_subcommand(1);
     m_oApp.add_option("-g,--gateway", m_oOptions.strHost, "Address or name of the gateway")
@@ -93,7 +96,6 @@ void CTool::AddOptions()
                   "Print every telegram, decoded, on standard error or into a file: --trace=FILE")
         ->type_name("[FILE]");
     m_oApp.set_version_flag("--version", std::string("quorvel ") + QUORVEL_VERSION, "Print the version");
-    m_oApp.get_formatter()->column_width(28);
 }
 
 CLI::App& CTool::AddGroup(const std::string& strName, const std::string& strText)
@@ -113,10 +115,7 @@ const CLI::App& CTool::GetInnermost() const
 
 int CTool::Usage(const std::string& strText) const
 {
-    std::string strCommand;
-    for (const CLI::App* pApp = &GetInnermost(); pApp != nullptr; pApp = pApp->get_parent())
-        strCommand.insert(0, pApp->get_name() + " ");
-    return Fail(eStatusUsage, strText + "\nTry: " + strCommand + "--help");
+    return Fail(eStatusUsage, strText + "\nTry: " + GetPath(GetInnermost()) + " --help");
 }
 
 int CTool::Parse(int argc, char** argv)
@@ -127,20 +126,23 @@ int CTool::Parse(int argc, char** argv)
         if (oError.get_exit_code() == 0) // --help, --version
             return m_oApp.exit(oError);
         const CLI::App& oInner = GetInnermost();
-        const auto apVerbs = oInner.get_subcommands([](const CLI::App*) { return true; });
+        const std::string strKind = oInner.get_parent() == nullptr
+                                        ? "group or verb"
+                                        : "verb of " + GetPath(oInner).substr(m_oApp.get_name().size() + 1);
+        const auto apVerbs = GetVerbs(oInner);
         const auto astrRest = m_oApp.remaining(true);
         if (!apVerbs.empty() && !astrRest.empty() && astrRest[0][0] != '-') {
             std::vector<std::string> astrNames;
             for (const CLI::App* pVerb : apVerbs)
                 astrNames.push_back(pVerb->get_name());
-            std::string strText = fmt::format(
-                "{} is not a {}", Quote(astrRest[0]),
-                oInner.get_parent() == nullptr ? "group or verb" : "verb of " + oInner.get_name());
+            std::string strText = fmt::format("{} is not a {}", Quote(astrRest[0]), strKind);
             const auto astrNearest = FindNearest(astrRest[0], astrNames);
             if (!astrNearest.empty())
                 strText += fmt::format("; did you mean {}?", fmt::join(astrNearest, ", "));
             return Usage(strText);
         }
+        if (oError.get_name() == "RequiredError" && !apVerbs.empty())
+            return Usage("a " + strKind + " is missing");
         return Usage(oError.what());
     }
     return eStatusDone;

@@ -1,5 +1,6 @@
-// The verbs that need no gateway: error, kinds.
+// The verbs that need no gateway: error, kinds, completion.
 
+#include "Completion.h"
 #include "Groups.h"
 #include "Kinds.h"
 #include "Text.h"
@@ -56,10 +57,41 @@ class CKinds : public CVerb
     }
 };
 
+class CCompletion : public CVerb
+{
+  public:
+    explicit CCompletion(CLI::App& oGroup)
+        : CVerb(oGroup, "completion", "Print a script that makes a shell complete the command line")
+    {
+        m_oApp.add_option("SHELL", m_strShell, "The shell")
+            ->required()
+            ->type_name("bash|zsh|fish")
+            ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""));
+        m_oApp.footer(
+            "Groups, verbs, options and what these can be are completed, and file names. The scripts are "
+            "installed with the program; this is for the shell at hand, and for other places:\n\n"
+            "  source <(quorvel completion bash)\n\n"
+            "quorvel completion fish > ~/.config/fish/completions/quorvel.fish");
+    }
+
+    int Run(CTool& oTool) override
+    {
+        const EShell eShell = m_strShell == "bash"  ? EShell::eBash
+                              : m_strShell == "zsh" ? EShell::eZsh
+                                                    : EShell::eFish;
+        fmt::print("{}", MakeCompletion(oTool.GetApp(), eShell));
+        return eStatusDone;
+    }
+
+  private:
+    std::string m_strShell;
+};
+
 } // namespace
 
 void AddGeneral(CTool& oTool)
 {
     oTool.AddVerb<CError>(oTool.GetApp());
     oTool.AddVerb<CKinds>(oTool.GetApp());
+    oTool.AddVerb<CCompletion>(oTool.GetApp());
 }

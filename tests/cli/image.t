@@ -120,11 +120,11 @@ Dump and map:
 
 An image all over the address space takes little memory (in KiB):
 
-    $ seq 0 131071 | awk '{ s = 11 + int($1 / 512) + int($1 / 2) % 256 + $1 % 2 * 128
-    >     printf "S307%08X0202%02X\n", $1 * 32768, 255 - s % 256 }' > wide.s37
+    $ seq 0 65535 | awk '{ s = 11 + int($1 / 256) + $1 % 256
+    >     printf "S307%08X0202%02X\n", $1 * 65536, 255 - s % 256 }' > wide.s37
     $ python3 -c 'import resource, subprocess
     > subprocess.run(["quorvel", "image", "map", "wide.s37"])
-    > print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss < 700000)'
-    0x00000000                                                            0xffff8001
+    > print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss < 450000)'
+    0x00000000                                                            0xffff0001
     --------------------------------------------------------------------------------
     True
