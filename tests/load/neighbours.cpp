@@ -28,27 +28,52 @@ double Heap()
     return static_cast<double>(oInfo.uordblks + oInfo.hblkhd) / 1024;
 }
 
-// Runs the hostile side of a connection in a process that ends with this one.
+// What a hostile gateway sends, again and again.
+std::string Stream(const std::string& strName)
+{
+    std::string strStream;
+    if (strName == "largest")
+        strStream = Telegram(0x8303, 7, std::string(65528, 'x'));
+    for (int i = 0; strName == "ids" && i < 65536; ++i)
+        strStream += Telegram(0x8303, i, std::string(58, 'x'));
+    for (int i = 0; strName == "lies" && i < 300; ++i)
+        strStream += std::string(1, static_cast<char>(i)) + std::string(1, static_cast<char>(i % 3)) +
+                     std::string(static_cast<std::size_t>(i % 90), '\xff');
+    for (int i = 0; strName == "frames" && i < 1000; ++i)
+        strStream += Telegram(0x0203, 0, Hex("23 01 00 00 00 08 31 32 33 34 35 36 37 38"));
+    return strStream;
+}
+
+// The process of a hostile gateway: sends a stream as fast as it goes, and never reads.
+int BeHostile(const std::string& strName)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const std::string strStream = Stream(strName);
+    CTestPeer oPeer;
+    oPeer.StopReading();
+    const unsigned short nPort = oPeer.GetPort();
+    if (write(STDOUT_FILENO, &nPort, sizeof nPort) != sizeof nPort)
+        return 1;
+    oPeer.WaitForClient();
+    while (!strStream.empty())
+        oPeer.Send(strStream);
+    pause();
+    return 0;
+}
+
+// That process, as this one sees it.
 class CHostile
 {
   public:
-    // strStream is sent again and again, as fast as it goes; nothing is ever read.
-    explicit CHostile(const std::string& strStream)
+    explicit CHostile(const char* pName)
     {
         int anPipe[2];
         if (pipe(anPipe) != 0 || (m_nProcess = fork()) < 0)
             std::abort();
         if (m_nProcess == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            CTestPeer oPeer;
-            oPeer.StopReading();
-            const unsigned short nPort = oPeer.GetPort();
-            if (write(anPipe[1], &nPort, sizeof nPort) != sizeof nPort)
-                _exit(1);
-            oPeer.WaitForClient();
-            while (!strStream.empty())
-                oPeer.Send(strStream);
-            pause();
+            dup2(anPipe[1], STDOUT_FILENO);
+            execl("/proc/self/exe", "quorvel_neighbours", "--hostile", pName, nullptr);
+            _exit(127);
         }
         if (read(anPipe[0], &m_nPort, sizeof m_nPort) != sizeof m_nPort)
             std::abort();
@@ -90,10 +115,10 @@ double Exchange(CQuorvelClientSPI& oHonest, double dSeconds)
 
 // Connects to a hostile gateway that sends a stream, and reports what it costs. dLimit: KiB that it may cost.
 template<class FUse>
-void Attack(const char* pName, const std::string& strStream, CQuorvelClientSPI& oHonest, double dSeconds,
+void Attack(const char* pName, const char* pStream, CQuorvelClientSPI& oHonest, double dSeconds,
             double dQuiet, double dLimit, FUse fnUse)
 {
-    const CHostile oHostile(strStream);
+    const CHostile oHostile(pStream);
     CQuorvelClientCANDll oVictim(1, 1000);
     const double dBefore = Heap();
     oVictim.SetMaxSizePerQueue(1000);
@@ -112,6 +137,8 @@ void Attack(const char* pName, const std::string& strStream, CQuorvelClientSPI& 
 
 int main(int argc, char** argv)
 {
+    if (argc == 3 && std::string(argv[1]) == "--hostile")
+        return BeHostile(argv[2]);
     const double dSeconds = argc > 1 ? std::atof(argv[1]) : 1;
     CSimGatewaySPI oGateway;
     std::string strError;
@@ -126,7 +153,7 @@ int main(int argc, char** argv)
         std::vector<std::unique_ptr<CHostile>> apSilent;
         std::vector<std::unique_ptr<CQuorvelClientCANDll>> apIdle;
         for (int i = 0; i < 20; ++i) {
-            apSilent.push_back(std::make_unique<CHostile>(""));
+            apSilent.push_back(std::make_unique<CHostile>("nothing"));
             apIdle.push_back(std::make_unique<CQuorvelClientCANDll>(i, 1000));
             if (apIdle.back()->Connect("127.0.0.1", apSilent.back()->GetPort(), 1, true) != 0)
                 ++g_nFailures;
@@ -147,25 +174,13 @@ int main(int argc, char** argv)
     const double dQuiet = Exchange(oHonest, dSeconds);
     std::printf("%-44s %33s %6.1f us\n", "nobody hostile", "exchange", dQuiet);
 
-    const std::string strLargest = Telegram(0x8303, 7, std::string(65528, 'x'));
-    std::string strIDs;
-    for (int i = 0; i < 65536; ++i)
-        strIDs += Telegram(0x8303, i, std::string(58, 'x'));
-    std::string strLies;
-    for (int i = 0; i < 300; ++i)
-        strLies += std::string(1, static_cast<char>(i)) + std::string(1, static_cast<char>(i % 3)) +
-                   std::string(static_cast<std::size_t>(i % 90), '\xff');
-    std::string strFrames;
-    for (int i = 0; i < 1000; ++i)
-        strFrames += Telegram(0x0203, 0, Hex("23 01 00 00 00 08 31 32 33 34 35 36 37 38"));
-
-    Attack("the largest telegrams, one id", strLargest, oHonest, dSeconds, dQuiet, 1024, fnNothing);
+    Attack("the largest telegrams, one id", "largest", oHonest, dSeconds, dQuiet, 1024, fnNothing);
     // One confirmation is kept for each of the 65536 ids.
-    Attack("confirmations of 58 bytes under all ids", strIDs, oHonest, dSeconds, dQuiet, 65536 * 0.35,
+    Attack("confirmations of 58 bytes under all ids", "ids", oHonest, dSeconds, dQuiet, 65536 * 0.35,
            fnNothing);
-    Attack("lengths that lie", strLies, oHonest, dSeconds, dQuiet, 65536, fnNothing);
-    Attack("CAN frames for a queue of 1000", strFrames, oHonest, dSeconds, dQuiet, 1024, fnNothing);
-    Attack("never reads, while 60000 bytes are sent", "", oHonest, dSeconds, dQuiet, 1024,
+    Attack("lengths that lie", "lies", oHonest, dSeconds, dQuiet, 65536, fnNothing);
+    Attack("CAN frames for a queue of 1000", "frames", oHonest, dSeconds, dQuiet, 1024, fnNothing);
+    Attack("never reads, while 60000 bytes are sent", "nothing", oHonest, dSeconds, dQuiet, 1024,
            [](CQuorvelClientCANDll& oVictim) {
                const CQuorvelMsg oMsg(0x0203, 1, std::string(60000, 'x'));
                int nRC = 0;

@@ -19,8 +19,9 @@
 namespace
 {
 
-const char* const GOOD = "127.94.0.1";
-const char* const BAD = "127.94.0.2";
+// Two simulators, for this process alone.
+const std::string GOOD = "127.4" + OwnAddress().substr(5);
+const std::string BAD = "127.5" + OwnAddress().substr(5);
 const char* const FAULTS =
     "drop@7-8;delay=150@15-20;badcrc@30;badcode@31;badid@32;truncate=0@40;truncate=2@41-44;"
     "duplicate@50-60;glue=2@70-71;split=3@80-120;flood=20@125;refuse=0x21@130-135;"
@@ -32,7 +33,7 @@ std::atomic<bool> g_bEnd{false};
 class CProcess
 {
   public:
-    CProcess(const char* pProgram, const char* pAddress, const char* pFaults)
+    CProcess(const char* pProgram, const std::string& strAddress, const char* pFaults)
     {
         int anPipe[2];
         if (pipe(anPipe) != 0 || (m_nProcess = fork()) < 0)
@@ -42,14 +43,14 @@ class CProcess
             dup2(anPipe[1], STDOUT_FILENO);
             close(anPipe[0]);
             close(anPipe[1]);
-            execl(pProgram, pProgram, "--address", pAddress, "--max-connections", "1000", "--fault", pFaults,
-                  nullptr);
+            execl(pProgram, pProgram, "--address", strAddress.c_str(), "--max-connections", "1000", "--fault",
+                  pFaults, nullptr);
             _exit(127);
         }
         close(anPipe[1]);
         char acReady[1000];
         if (read(anPipe[0], acReady, sizeof acReady) <= 0) {
-            std::fprintf(stderr, "%s does not run at %s\n", pProgram, pAddress);
+            std::fprintf(stderr, "%s does not run at %s\n", pProgram, strAddress.c_str());
             std::exit(1);
         }
         close(anPipe[0]);
@@ -87,7 +88,7 @@ void Live(const SKind& oKind, bool bGood, SCounts& oCounts)
                 pClient->Disconnect();
                 nLost = 0;
                 ++oCounts.nConnects;
-                int nRC = pClient->Connect(bGood ? GOOD : BAD, 0, 1, true);
+                int nRC = pClient->Connect((bGood ? GOOD : BAD).c_str(), 0, 1, true);
                 nRC = nRC != 0 ? nRC : pClient->Open();
                 if (nRC != 0) {
                     ++oCounts.anErrors[nRC];

@@ -136,7 +136,9 @@ void CloseFromCallback(unsigned long)
     if (nRC == 0)
         static_cast<CQuorvelClientCANDll*>(CDeviceManager::GetDevice(nHandle)->m_pClient)
             ->SetCallback(CloseOwnHandle);
-    Expect(WaitUntil([&] { return CDeviceManager::GetDevice(nHandle) == nullptr; }), "close in a callback");
+    Expect(WaitUntil([&] { return g_bEnd || CDeviceManager::GetDevice(nHandle) == nullptr; }),
+           "close in a callback");
+    CDeviceManager::CloseDevice(nHandle); // at the end there may be no more frames
 }
 
 void AbandonTransfer(unsigned long n)
