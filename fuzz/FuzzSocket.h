@@ -4,6 +4,7 @@
 
 #include "FuzzFile.h"
 
+#include <cerrno>
 #include <string>
 
 #include <arpa/inet.h>
@@ -40,7 +41,10 @@ class CFuzzSocket
         char acBytes[65536];
         pollfd oPoll{m_nSocket, POLLIN, 0};
         while (true) {
-            Require(poll(&oPoll, 1, 10000) == 1);
+            const int nReady = poll(&oPoll, 1, 10000);
+            if (nReady < 0 && errno == EINTR) // the fuzzer's own timer
+                continue;
+            Require(nReady == 1);
             const ssize_t nRead = recv(m_nSocket, acBytes, sizeof acBytes, 0);
             if (nRead <= 0)
                 return strAll;
