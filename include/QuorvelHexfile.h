@@ -114,7 +114,8 @@ class QUORVEL_API CQuorvelHexfile
         void Clear();
 
         /**
-         * Makes one block of every run of bytes at consecutive addresses, in ascending order.
+         * Makes one block of every run of bytes at consecutive addresses, in ascending order. A run over all 4 GiB
+         * becomes two blocks, of which the second begins at 0x80000000.
          * @param apBlocks receives the blocks, which the caller owns. Pointers that were in it are dropped:
          *                 the blocks they point to are not deleted.
          */

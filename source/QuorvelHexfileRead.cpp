@@ -173,6 +173,10 @@ void CQuorvelHexfile::CByteMap::ToMemoryBlocks(std::vector<SMemoryBlock*>& apBlo
             aoRuns.back().nEnd = std::uint64_t{nPage} + i;
         }
     }
+    // The length of a block has 32 bits, so one block cannot hold the whole address space.
+    constexpr std::uint64_t ALL = std::uint64_t{1} << 32;
+    if (!aoRuns.empty() && aoRuns[0].nEnd - aoRuns[0].nStart == ALL)
+        aoRuns = {{0, ALL / 2}, {ALL / 2, ALL}};
 
     apBlocks.reserve(aoRuns.size());
     auto itPage = m_aoPages.begin();

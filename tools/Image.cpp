@@ -19,7 +19,8 @@ using SRange = CImage::SRange;
 constexpr std::size_t MAX_FAULTS = 20;     // of one file that are told one by one
 constexpr std::size_t MAX_QUOTED = 80;     // characters of a line
 constexpr std::size_t MAX_PAGES = 8192;    // of the reader's map, 8 KiB each
-constexpr unsigned MAX_BLOCK = 0x40000000; // bytes
+constexpr std::uint64_t RECORD = 16;       // bytes of a record that is written
+constexpr std::uint64_t SEGMENT = 0x10000; // bytes that the address in a record of Intel HEX reaches
 
 // The library's map, which takes much more memory than the bytes in it when these are far apart.
 class CMap : public CQuorvelHexfile::CByteMap
@@ -70,7 +71,7 @@ class CFaults
             fmt::format("{}:{}: {}: {}{}", m_strName, nLine, pFault, Quote(strLine.substr(0, MAX_QUOTED)),
                         strLine.size() > MAX_QUOTED ? "..." : "");
         if (bWarning)
-            CTool::Warn(strText);
+            m_oTool.Warn(strText);
         else
             m_nStatus = m_oTool.Fail(eStatusFile, strText);
     }
@@ -78,7 +79,7 @@ class CFaults
     int GetStatus() const
     {
         if (m_nFaults > MAX_FAULTS)
-            CTool::Warn(fmt::format("{}: {} more lines with faults", m_strName, m_nFaults - MAX_FAULTS));
+            m_oTool.Warn(fmt::format("{}: {} more lines with faults", m_strName, m_nFaults - MAX_FAULTS));
         return m_nStatus;
     }
 
@@ -123,28 +124,64 @@ void Append(std::vector<SRange>& aoRanges, SRange&& oRange)
         aoRanges.push_back(std::move(oRange));
 }
 
-// Makes the library's writers write to an output file.
+// Makes the library's writers write to an output file, with comments if wanted.
 class COutputBuffer : public std::streambuf
 {
   public:
-    explicit COutputBuffer(COutputFile& oFile) : m_oFile(oFile) {}
+    COutputBuffer(COutputFile& oFile, bool bComments) : m_oFile(oFile), m_bComments(bComments) {}
 
   protected:
     std::streamsize xsputn(const char* pText, std::streamsize nLength) override
     {
-        m_oFile.Write({pText, static_cast<std::size_t>(nLength)});
+        Put({pText, static_cast<std::size_t>(nLength)});
         return nLength;
     }
 
     int_type overflow(int_type nChar) override
     {
         const char cChar = traits_type::to_char_type(nChar);
-        m_oFile.Write({&cChar, 1});
+        Put({&cChar, 1});
         return nChar;
     }
 
   private:
+    void Put(std::string_view strText)
+    {
+        if (!m_bComments) {
+            m_oFile.Write(strText);
+            return;
+        }
+        for (const char cChar : strText) {
+            if (cChar == '\n')
+                m_strLine += GetComment(m_strLine);
+            m_strLine += cChar;
+            if (cChar != '\n')
+                continue;
+            m_oFile.Write(m_strLine);
+            m_strLine.clear();
+        }
+    }
+
+    // What goes behind a line of Intel HEX.
+    std::string GetComment(const std::string& strLine)
+    {
+        const std::string strRecord = ParseHex(std::string_view(strLine).substr(1)).value_or("");
+        const auto fnWord = [&](std::size_t i) {
+            return static_cast<unsigned>(static_cast<unsigned char>(strRecord[i])) << 8 |
+                   static_cast<unsigned char>(strRecord[i + 1]);
+        };
+        if (strRecord[3] == 4)
+            m_nUpper = fnWord(4);
+        if (strRecord[3] != 0)
+            return "";
+        const std::string strData = strRecord.substr(4, strRecord.size() - 5);
+        return fmt::format(" // {:05x}> {}", m_nUpper << 16 | fnWord(1), ToPrintable(strData));
+    }
+
     COutputFile& m_oFile;
+    bool m_bComments;
+    std::string m_strLine; // as far as it has come, while there are comments
+    unsigned m_nUpper = 0;
 };
 
 // Calls fnPiece(address, length, left, right) for all pieces that are in one of two images, or in both; a
@@ -381,30 +418,45 @@ int CImage::Parse(const CTool& oTool, const std::string& strName, std::string st
     return oFaults.GetStatus();
 }
 
-int CImage::Save(CTool& oTool, const std::string& strPath, EType eType) const
+int CImage::Save(CTool& oTool, const std::string& strPath, EType eType, bool bComments) const
 {
     COutputFile oFile(oTool);
-    if (const int nStatus = oFile.Open(strPath); nStatus != 0)
-        return nStatus;
+    const int nStatus = oFile.Open(strPath);
+    return nStatus != 0 ? nStatus : Save(oTool, oFile, eType, bComments);
+}
+
+int CImage::Save(const CTool& oTool, COutputFile& oFile, EType eType, bool bComments) const
+{
     if (eType == CQuorvelHexfile::eTypeBinary) {
         for (const SRange& oRange : m_aoRanges)
             oFile.Write(oRange.strBytes);
     } else {
         CQuorvelHexfile oWriter;
         for (const SRange& oRange : m_aoRanges) {
-            // The library counts the bytes of a block in 32 bits.
-            for (std::size_t i = 0; i < oRange.strBytes.size(); i += MAX_BLOCK)
-                oWriter.AddMemoryBlock(
-                    static_cast<unsigned>(oRange.nAddress + i), oRange.strBytes.data() + i,
-                    static_cast<unsigned>(std::min<std::size_t>(MAX_BLOCK, oRange.strBytes.size() - i)));
+            // A record of the library has the 16 bytes that come next in its block, even across 64 KiB, where the
+            // address of a record of Intel HEX ends.
+            for (std::uint64_t i = 0, nPiece = 0; i < oRange.strBytes.size(); i += nPiece) {
+                const std::uint64_t nAddress = oRange.nAddress + i;
+                const std::uint64_t nUnit = nAddress % RECORD != 0 ? RECORD : SEGMENT;
+                nPiece = std::min(nUnit - nAddress % nUnit, oRange.strBytes.size() - i);
+                oWriter.AddMemoryBlock(static_cast<unsigned>(nAddress), oRange.strBytes.data() + i,
+                                       static_cast<unsigned>(nPiece));
+            }
         }
-        COutputBuffer oBuffer(oFile);
+        COutputBuffer oBuffer(oFile, bComments && eType == CQuorvelHexfile::eTypeIntel);
         std::ofstream oStream;
         static_cast<std::ios&>(oStream).rdbuf(&oBuffer);
-        if (eType == CQuorvelHexfile::eTypeIntel)
+        oStream.setf(std::ios::uppercase);
+        if (eType == CQuorvelHexfile::eTypeIntel) {
             oWriter.SaveAsFileIntel(oStream);
-        else
+        } else {
+            const std::uint64_t nLast = m_aoRanges.empty() ? 0 : m_aoRanges.back().GetLast();
+            oFile.Write("S0030000FC\n");
             oWriter.SaveAsFileMotorola(oStream);
+            oFile.Write(nLast <= 0xFFFF     ? "S9030000FC\n"
+                        : nLast <= 0xFFFFFF ? "S804000000FB\n"
+                                            : "S70500000000FA\n");
+        }
     }
     return oFile.Commit([&](const std::string& strWritten) { return ReadBack(oTool, strWritten, eType); });
 }
@@ -456,6 +508,13 @@ EType GetFormatOfName(const std::string& strPath)
             return oEnding.eType;
     }
     return CQuorvelHexfile::eTypeAuto;
+}
+
+EType GetOutputFormat(const std::string& strPath, EType eType)
+{
+    if (eType == CQuorvelHexfile::eTypeAuto)
+        eType = GetFormatOfName(strPath);
+    return eType == CQuorvelHexfile::eTypeAuto ? CQuorvelHexfile::eTypeBinary : eType;
 }
 
 CLI::Option& AddFormatOption(CLI::App& oApp, const std::string& strName, EType& eType,

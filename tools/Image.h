@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+class COutputFile;
+
 /// The highest address of an image.
 constexpr std::uint64_t MAX_ADDRESS = CQuorvelHexfile::m_nMaxAddressSupported;
 
@@ -76,12 +78,19 @@ class CImage
 
     /**
      * Writes a file. Unless it is standard output, a pipe or a device, it is read back and compared before it takes
-     * its name.
-     * @param strPath the file, "-" for standard output
-     * @param eType   its format; as eTypeBinary, the ranges are written one behind the other
+     * its name. Records end at multiples of 16, so none crosses a boundary of 64 KiB; S-records have a header and an
+     * end record.
+     * @param oFile     the file, which was opened; so that what takes long need not be done for a file that cannot
+     * @param eType     its format; as eTypeBinary, the ranges are written one behind the other
+     * @param bComments true: behind each data record of Intel HEX are its address and its characters
      * @return 0, or the exit status of a failure, which was reported
      */
-    int Save(CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType) const;
+    int Save(const CTool& oTool, COutputFile& oFile, CQuorvelHexfile::EType eType,
+             bool bComments = false) const;
+
+    /// Opens a file and writes it. @param strPath the file, "-" for standard output
+    int Save(CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType,
+             bool bComments = false) const;
 
     /// @return the format of the file that was loaded
     CQuorvelHexfile::EType GetType() const { return m_eType; }
@@ -125,6 +134,14 @@ const char* GetFormatName(CQuorvelHexfile::EType eType);
 
 /// @return the format that the ending of a file's name stands for; eTypeAuto when it tells none
 CQuorvelHexfile::EType GetFormatOfName(const std::string& strPath);
+
+/// What the format option of a file that is written says; see GetOutputFormat.
+constexpr const char* FORMAT_OF_NAME =
+    "Format of the file; auto: the ending of its name decides, .hex .ihex .ihx .mcs "
+    "Intel HEX, .srec .s19 .s28 .s37 .mot S-records, any other binary";
+
+/// @return the format to write a file in: the one given, or with eTypeAuto as its name tells, else binary
+CQuorvelHexfile::EType GetOutputFormat(const std::string& strPath, CQuorvelHexfile::EType eType);
 
 /// Adds an option for the format of an image.
 CLI::Option& AddFormatOption(CLI::App& oApp, const std::string& strName, CQuorvelHexfile::EType& eType,

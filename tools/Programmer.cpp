@@ -2,6 +2,8 @@
 
 #include "MemoryFile.h"
 #include "Progress.h"
+#include "Text.h"
+#include "Verify.h"
 
 #include <algorithm>
 #include <chrono>
@@ -12,20 +14,19 @@ namespace
 using EAction = SMemoryOperation::EAction;
 
 constexpr std::uint64_t SMALL = 32; // bytes that have no bar
-constexpr std::size_t MAX_MISMATCHES = 10;
 
 std::string Bytes(std::uint64_t nCount)
 {
-    return fmt::format("{} byte{}", nCount, nCount == 1 ? "" : "s");
+    return Plural(nCount, "byte");
 }
 
 std::string FileName(const SMemoryOperation& oOperation)
 {
     if (oOperation.cFormat == 'm')
         return "the command line";
-    if (oOperation.strFile != "-")
-        return (oOperation.eAction == EAction::eRead ? "output file " : "input file ") + oOperation.strFile;
-    return oOperation.eAction == EAction::eRead ? "standard output" : "standard input";
+    if (oOperation.eAction != EAction::eRead)
+        return GetInputName(oOperation.strFile);
+    return oOperation.strFile == "-" ? "standard output" : "output file " + oOperation.strFile;
 }
 
 /// The part of an image within a memory.
@@ -98,6 +99,17 @@ std::string RangeText(std::uint64_t nFirst, std::uint64_t nLast)
 
 } // namespace
 
+std::optional<SAddresses> CProgrammer::SOptions::GetRange(const SMemory& oMemory) const
+{
+    const std::uint64_t nStart = nFirst.value_or(oMemory.nAddress);
+    if (oMemory.nSize == 0 || nStart < oMemory.nAddress || nStart > oMemory.GetLast())
+        return std::nullopt;
+    const std::uint64_t nRest = oMemory.GetLast() - nStart + 1;
+    if (nLength.value_or(nRest) == 0 || nLength.value_or(nRest) > nRest)
+        return std::nullopt;
+    return SAddresses{nStart, nStart + nLength.value_or(nRest) - 1};
+}
+
 void CProgrammer::PrintJson(const char* pOperation, const SMemory& oMemory, CJson oMore) const
 {
     if (!m_oTool.GetOptions().bJson)
@@ -117,8 +129,6 @@ int CProgrammer::Load(SJob& oJob) const
 int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
 {
     const std::vector<std::string> astrNames = GetNames(m_oTarget);
-    if (m_oOptions.nLast && m_oOptions.nFirst.value_or(0) > *m_oOptions.nLast)
-        return m_oTool.Fail(eStatusUsage, "--last is below --first");
     for (const SMemoryOperation& oOperation : aoOperations) {
         std::string strError;
         const auto anMemories = SelectMemories(oOperation.strMemories, astrNames, strError);
@@ -243,12 +253,11 @@ int CProgrammer::ReadJob(const SJob& oJob)
     CImage oImage;
     for (const std::size_t n : oJob.anMemories) {
         const SMemory& oMemory = m_oTarget.GetMemories()[n];
-        const std::uint64_t nFirst = m_oOptions.nFirst.value_or(oMemory.nAddress);
-        const std::uint64_t nLast = m_oOptions.nLast.value_or(oMemory.GetLast());
-        if (nFirst < oMemory.nAddress || nLast > oMemory.GetLast() || nFirst > nLast)
-            return m_oTool.Fail(eStatusUsage,
-                                fmt::format("{} is no range of {} ({})", RangeText(nFirst, nLast),
-                                            oMemory.strName, RangeText(oMemory.nAddress, oMemory.GetLast())));
+        const auto oRange = m_oOptions.GetRange(oMemory);
+        if (!oRange)
+            return m_oTool.Fail(eStatusUsage, fmt::format("--address, --length: {} is {}", oMemory.strName,
+                                                          RangeText(oMemory.nAddress, oMemory.GetLast())));
+        const auto [nFirst, nLast] = *oRange;
         const std::uint64_t nLength = nLast - nFirst + 1;
         m_oTool.Note(fmt::format("Reading {} from {}", Bytes(nLength), oMemory.strName));
         CImage oWanted;
@@ -408,51 +417,16 @@ int CProgrammer::WriteMemory(const SJob& oJob, std::size_t nMemory, const CImage
 int CProgrammer::Verify(const SJob& oJob, const SMemory& oMemory, const CImage& oImage)
 {
     const CSpeed oSpeed;
+    CVerify oVerify(m_oTool, oMemory.strName, FileName(oJob.oOperation));
     CImage oRead;
     if (const int nStatus = ReadRanges(oMemory, oImage, oRead); nStatus != 0)
         return nStatus;
-    const std::uint64_t nSize = oImage.GetSize();
-    oSpeed.Show(m_oTool, nSize);
-    std::uint64_t nDifferent = 0;
-    bool bSet = false;
-    bool bCleared = false;
-    CJson oMismatches = CJson::array();
+    oSpeed.Show(m_oTool, oImage.GetSize());
     for (std::size_t i = 0; i < oImage.GetRanges().size(); ++i) {
         const CImage::SRange& oRange = oImage.GetRanges()[i];
-        for (std::size_t n = 0; n < oRange.strBytes.size(); ++n) {
-            const unsigned nInput = static_cast<unsigned char>(oRange.strBytes[n]);
-            const unsigned nDevice = static_cast<unsigned char>(oRead.GetRanges()[i].strBytes[n]);
-            if (nInput == nDevice)
-                continue;
-            bSet |= (nDevice & ~nInput) != 0;
-            bCleared |= (nInput & ~nDevice) != 0;
-            if (++nDifferent > MAX_MISMATCHES)
-                continue;
-            fmt::print(stderr, "  device 0x{:02x} != input 0x{:02x} at addr 0x{:04x} (error)\n", nDevice,
-                       nInput, oRange.nAddress + n);
-            oMismatches.push_back({{"address", oRange.nAddress + n}, {"device", nDevice}, {"input", nInput}});
-        }
+        oVerify.Compare(oRange.nAddress, oRead.GetRanges()[i].strBytes, oRange.strBytes);
     }
-    if (nDifferent > MAX_MISMATCHES)
-        fmt::print(stderr, "  and {} more\n", nDifferent - MAX_MISMATCHES);
-    PrintJson("verify", oMemory,
-              {{"bytes", nSize},
-               {"differing", nDifferent},
-               {"bits_set", bSet},
-               {"bits_cleared", bCleared},
-               {"mismatches", oMismatches},
-               {"seconds", oSpeed.GetSeconds()}});
-    if (nDifferent > 0)
-        return m_oTool.Fail(
-            eStatusMismatch,
-            fmt::format("{} of {} of {} differ{} from {}: {}", nDifferent, Bytes(nSize), oMemory.strName,
-                        nDifferent == 1 ? "s" : "", FileName(oJob.oOperation),
-                        bSet && bCleared ? "bits are set and cleared on the device"
-                        : bSet           ? "bits are only set on the device, as if not written"
-                                         : "bits are only cleared on the device, as if not erased before"));
-    if (oJob.oOperation.eAction == EAction::eVerify || nSize > SMALL)
-        m_oTool.Note(fmt::format("{} of {} verified", Bytes(nSize), oMemory.strName));
-    return eStatusDone;
+    return oVerify.Report(oJob.oOperation.eAction == EAction::eVerify || oImage.GetSize() > SMALL);
 }
 
 void AddFormatOption(CLI::App& oApp, std::string& strFormat)
@@ -467,11 +441,10 @@ void AddFormatOption(CLI::App& oApp, std::string& strFormat)
 
 void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions)
 {
-    oApp.add_option("--first", oOptions.nFirst, "First address to read; default the first of the memory")
+    oApp.add_option("--address", oOptions.nFirst, "First address to read; default the first of the memory")
         ->type_name("ADDRESS");
-    oApp.add_option("--last", oOptions.nLast,
-                    "Last address to read, which is included; default the last of the memory")
-        ->type_name("ADDRESS");
+    oApp.add_option("--length", oOptions.nLength, "How many bytes; default: up to the end of the memory")
+        ->type_name("BYTES");
 }
 
 namespace
@@ -659,10 +632,10 @@ CTargetOperation<eAction>::CTargetOperation(CLI::App& oGroup, const STargetTexts
     std::string strExample = Example(oTexts, OPERATION_TEXTS<eAction>.first);
     if constexpr (eAction == EAction::eRead) {
         AddRangeOptions(m_oApp, m_oOptions);
-        strExample += fmt::format(" - --format h --first {}", oTexts.pFirstData);
+        strExample += fmt::format(" - --format h --address {} --length 16", oTexts.pFirstData);
     } else {
         m_oApp
-            .add_option("--first", m_oOptions.nFirst,
+            .add_option("--address", m_oOptions.nFirst,
                         "Where a file without addresses begins; default the first address of the memory")
             ->type_name("ADDRESS");
         if constexpr (eAction == EAction::eWrite)

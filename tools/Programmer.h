@@ -78,8 +78,11 @@ class CProgrammer
         bool bDryRun = false;      ///< neither erase nor write
         /// First address to read, and where a file without addresses begins; nothing: that of the memory.
         std::optional<std::uint64_t> nFirst;
-        /// Last address to read; nothing: that of the memory.
-        std::optional<std::uint64_t> nLast;
+        /// Bytes to read; nothing: up to the end of the memory.
+        std::optional<std::uint64_t> nLength;
+
+        /// @return the addresses to read; nothing when they are not all in the memory
+        std::optional<SAddresses> GetRange(const SMemory& oMemory) const;
     };
 
     CProgrammer(CTool& oTool, CTarget& oTarget, const SOptions& oOptions)
@@ -203,7 +206,7 @@ class CTargetOperation : public CTargetVerb
 /// Adds the option for the format of a file.
 void AddFormatOption(CLI::App& oApp, std::string& strFormat);
 
-/// Adds the options --first and --last.
+/// Adds the options --address and --length.
 void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions);
 
 /// The verb TVerb for the target TTarget, whose constructor takes a CTool and a TTarget::SOptions.

@@ -20,61 +20,90 @@ EProgress Choose(const CTool::SOptions& oOptions)
 } // namespace
 
 CProgress::CProgress(CTool& oTool, std::string strTitle, std::uint64_t nTotal)
-    : m_strTitle(std::move(strTitle)), m_nTotal(nTotal), m_eProgress(Choose(oTool.GetOptions()))
+    : m_oTool(oTool),
+      m_strTitle(std::move(strTitle)),
+      m_nTotal(nTotal),
+      m_eProgress(Choose(oTool.GetOptions()))
 {
-    if (m_eProgress == EProgress::ePlain)
-        fmt::print(stderr, "{} | ", m_strTitle);
-    Show(0, false);
+    oTool.SetProgress(this);
+    Show();
 }
 
 CProgress::~CProgress()
 {
-    if (!m_bFinished)
-        Show(m_nPercent, true);
+    Fail();
 }
 
 void CProgress::Update(std::uint64_t nDone)
 {
     m_nDone = nDone;
     const auto nPercent = m_nTotal == 0 ? 0U : static_cast<unsigned>(nDone * 100 / m_nTotal);
-    if (nPercent == m_nPercent || nPercent >= 100)
+    if (nPercent == m_nPercent || nPercent >= 100 || m_bEnded)
         return;
     m_nPercent = nPercent;
-    Show(nPercent, false);
+    Show();
 }
 
 void CProgress::Finish()
 {
+    if (m_bEnded)
+        return;
     m_bFinished = true;
     m_nDone = m_nTotal;
     m_nPercent = 100;
-    Show(100, false);
+    End();
 }
 
-void CProgress::Show(unsigned nPercent, bool bFailed)
+void CProgress::Fail()
+{
+    if (!m_bEnded)
+        End();
+}
+
+void CProgress::End()
+{
+    m_bEnded = true;
+    Show();
+    m_oTool.SetProgress(nullptr);
+}
+
+void CProgress::EndLine()
+{
+    if (!m_bOpen)
+        return;
+    static_cast<void>(std::fputc('\n', stderr));
+    m_bOpen = false;
+    m_nColumns = 0;
+}
+
+void CProgress::Show()
 {
     const double dSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - m_oStart).count();
-    const unsigned nColumns = nPercent * COLUMNS / 100;
-    const bool bEnd = m_bFinished || bFailed;
+    const unsigned nColumns = m_nPercent * COLUMNS / 100;
+    const bool bFailed = m_bEnded && !m_bFinished;
     switch (m_eProgress) {
     case EProgress::eBar:
         fmt::print(stderr, "\r{} | {}{} | {}% {:.2f} s {}", m_strTitle, std::string(nColumns, '#'),
-                   std::string(COLUMNS - nColumns, bFailed ? '-' : ' '), nPercent, dSeconds,
-                   bEnd ? "\n" : "");
+                   std::string(COLUMNS - nColumns, bFailed ? '-' : ' '), m_nPercent, dSeconds,
+                   m_bEnded ? "\n" : "");
+        m_bOpen = !m_bEnded;
         break;
     case EProgress::ePlain:
+        if (!m_bOpen)
+            fmt::print(stderr, "{} | ", m_strTitle);
         for (; m_nColumns < nColumns; ++m_nColumns)
             static_cast<void>(std::fputc('#', stderr));
-        if (bEnd)
-            fmt::print(stderr, "{} | {}% {:.2f} s\n", std::string(COLUMNS - nColumns, '-'), nPercent,
+        if (m_bEnded)
+            fmt::print(stderr, "{} | {}% {:.2f} s\n", std::string(COLUMNS - nColumns, '-'), m_nPercent,
                        dSeconds);
+        m_bOpen = !m_bEnded;
         break;
     case EProgress::eJson: {
         CJson oLine{{"title", m_strTitle},
                     {"done", m_nDone},
                     {"total", m_nTotal},
-                    {"percent", nPercent},
+                    {"percent", m_nPercent},
                     {"seconds", dSeconds},
                     {"bytes_per_second", dSeconds > 0 ? static_cast<double>(m_nDone) / dSeconds : 0.0},
                     {"state", m_bFinished ? "done"

@@ -34,15 +34,25 @@ class CProgress
     /// All is done.
     void Finish();
 
-  private:
-    void Show(unsigned nPercent, bool bFailed);
+    /// It has failed, and nothing more is shown.
+    void Fail();
 
+    /// Ends the line that is being drawn, if any; the next change begins it anew.
+    void EndLine();
+
+  private:
+    void End();
+    void Show();
+
+    CTool& m_oTool;
     std::string m_strTitle;
     std::uint64_t m_nTotal;
     std::uint64_t m_nDone = 0;
     unsigned m_nPercent = 0;
     unsigned m_nColumns = 0; // drawn in the growing line
+    bool m_bOpen = false;    // a line is drawn and not ended yet
     bool m_bFinished = false;
+    bool m_bEnded = false; // finished or failed
     EProgress m_eProgress;
     std::chrono::steady_clock::time_point m_oStart = std::chrono::steady_clock::now();
 };

@@ -14,6 +14,7 @@ namespace
 constexpr std::uint64_t SHORT_ADDRESSES = 0x1000000; // bytes that an address of 3 bytes reaches
 constexpr unsigned char STATUS_BUSY = 0x01;
 constexpr unsigned char STATUS_WRITE_ENABLED = 0x02;
+constexpr std::size_t MAX_READ = 65520; // bytes of one transfer
 constexpr std::size_t SECTORS = CSpiFlash::BLOCK / CSpiFlash::SECTOR;
 
 // Several times what the slowest chips take.
@@ -104,7 +105,16 @@ std::string CSpiFlash::Address(unsigned char nShort, unsigned char nLong, std::u
 
 int CSpiFlash::Read(std::uint64_t nAddress, std::string& strBytes)
 {
-    return ReadRange(nAddress, strBytes.data(), strBytes.size());
+    CProgress oProgress(m_oTool, "Reading", strBytes.size());
+    for (std::size_t nDone = 0; nDone < strBytes.size();) {
+        const std::size_t nPiece = std::min(MAX_READ, strBytes.size() - nDone);
+        if (const int nStatus = ReadRange(nAddress + nDone, strBytes.data() + nDone, nPiece); nStatus != 0)
+            return nStatus;
+        nDone += nPiece;
+        oProgress.Update(nDone);
+    }
+    oProgress.Finish();
+    return eStatusDone;
 }
 
 int CSpiFlash::ReadRange(std::uint64_t nAddress, char* pBytes, std::size_t nLength)
@@ -328,29 +338,19 @@ int CSpiFlash::ProgramNew(SUpdate& oUpdate)
     return eStatusDone;
 }
 
-int CSpiFlash::Verify(const CImage& oImage, SDifferences& oDifferences)
+int CSpiFlash::Verify(const CImage& oImage, CVerify& oVerify)
 {
     CProgress oProgress(m_oTool, "Verifying", oImage.GetSize());
     std::uint64_t nDone = 0;
     std::string strRead;
     for (const CImage::SRange& oRange : oImage.GetRanges()) {
-        for (std::size_t nStart = 0; nStart < oRange.strBytes.size(); nStart += MAX_READ) {
+        for (std::size_t nStart = 0; nStart < oRange.strBytes.size(); nStart += strRead.size()) {
             strRead.resize(std::min(MAX_READ, oRange.strBytes.size() - nStart));
-            if (const int nStatus = Read(oRange.nAddress + nStart, strRead); nStatus != 0)
+            if (const int nStatus = ReadRange(oRange.nAddress + nStart, strRead.data(), strRead.size());
+                nStatus != 0)
                 return nStatus;
-            for (std::size_t i = 0; i < strRead.size(); ++i) {
-                const auto nDevice = static_cast<unsigned char>(strRead[i]);
-                const auto nInput = static_cast<unsigned char>(oRange.strBytes[nStart + i]);
-                if (nDevice == nInput)
-                    continue;
-                if (oDifferences.nBytes++ == 0) {
-                    oDifferences.nFirst = oRange.nAddress + nStart + i;
-                    oDifferences.nDevice = nDevice;
-                    oDifferences.nInput = nInput;
-                }
-                oDifferences.bSet = oDifferences.bSet || (nDevice & ~nInput) != 0;
-                oDifferences.bCleared = oDifferences.bCleared || (~nDevice & nInput) != 0;
-            }
+            oVerify.Compare(oRange.nAddress + nStart, strRead,
+                            std::string_view(oRange.strBytes).substr(nStart, strRead.size()));
             nDone += strRead.size();
             oProgress.Update(nDone);
         }

@@ -5,6 +5,7 @@
 #include "Image.h"
 #include "Progress.h"
 #include "SpiGateway.h"
+#include "Verify.h"
 
 #include <chrono>
 #include <cstdint>
@@ -27,19 +28,8 @@ class CSpiFlash
         bool bPreserve = true;   ///< what is erased besides the data is programmed again
     };
 
-    /// How the memory differs from an image.
-    struct SDifferences {
-        std::uint64_t nBytes = 0;  ///< that differ
-        std::uint64_t nFirst = 0;  ///< address of the first
-        unsigned char nDevice = 0; ///< what is there
-        unsigned char nInput = 0;  ///< and what should be
-        bool bSet = false;         ///< bits of the memory are 1 instead of 0
-        bool bCleared = false;     ///< bits of the memory are 0 instead of 1
-    };
-
-    static constexpr unsigned SECTOR = 4096;       ///< the smaller erase unit
-    static constexpr unsigned BLOCK = 65536;       ///< the larger erase unit
-    static constexpr std::size_t MAX_READ = 65520; ///< bytes that Read takes in one go
+    static constexpr unsigned SECTOR = 4096; ///< the smaller erase unit
+    static constexpr unsigned BLOCK = 65536; ///< the larger erase unit
 
     CSpiFlash(CTool& oTool, const SOptions& oOptions);
 
@@ -55,7 +45,7 @@ class CSpiFlash
     /// @return the size in bytes
     std::uint64_t GetSize() const { return m_oOptions.nSize; }
 
-    /// Reads. @param strBytes as long as what is to be read, at most MAX_READ; receives it
+    /// Reads a range, and shows the progress. @param strBytes as long as what is to be read; receives it
     int Read(std::uint64_t nAddress, std::string& strBytes);
 
     /**
@@ -70,8 +60,8 @@ class CSpiFlash
     /// Erases the whole chip with one command.
     int EraseAll();
 
-    /// Compares with an image.
-    int Verify(const CImage& oImage, SDifferences& oDifferences);
+    /// Compares with an image. @param oVerify receives what is there
+    int Verify(const CImage& oImage, CVerify& oVerify);
 
     /// @return the number of bytes that Write and Erase have erased
     std::uint64_t GetErased() const { return m_nErased; }

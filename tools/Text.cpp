@@ -61,16 +61,26 @@ std::string ToHex(std::string_view strBytes, std::string_view strSeparator)
     return strText;
 }
 
+std::string ToPrintable(std::string_view strBytes)
+{
+    std::string strText;
+    for (const char cByte : strBytes)
+        strText += cByte >= ' ' && cByte <= '~' ? cByte : '.';
+    return strText;
+}
+
+std::string Plural(std::uint64_t nCount, std::string_view strName)
+{
+    return fmt::format("{} {}{}", nCount, strName, nCount == 1 ? "" : "s");
+}
+
 std::string Dump(std::uint64_t nAddress, std::string_view strBytes, std::string_view strIndent)
 {
     std::string strText;
     for (std::size_t i = 0; i < strBytes.size(); i += 16) {
         const std::string_view strLine = strBytes.substr(i, 16);
-        std::string strPrintable;
-        for (const char cByte : strLine)
-            strPrintable += cByte >= ' ' && cByte <= '~' ? cByte : '.';
-        strText +=
-            fmt::format("{}{:08x}  {:<47}  |{}|\n", strIndent, nAddress + i, ToHex(strLine), strPrintable);
+        strText += fmt::format("{}{:08x}  {:<47}  |{}|\n", strIndent, nAddress + i, ToHex(strLine),
+                               ToPrintable(strLine));
     }
     return strText;
 }

@@ -26,6 +26,12 @@ std::optional<std::string> ParseHex(std::string_view strText);
 /// @return the bytes as two lower-case digits each, with a separator between them
 std::string ToHex(std::string_view strBytes, std::string_view strSeparator = " ");
 
+/// @return the text with what cannot be printed replaced by dots
+std::string ToPrintable(std::string_view strBytes);
+
+/// @return such as "1 byte", "2 bytes"
+std::string Plural(std::uint64_t nCount, std::string_view strName);
+
 /**
  * A hex dump: lines of address, 16 bytes and characters.
  * @param nAddress  address of the first byte

@@ -3,6 +3,7 @@
 #include "Groups.h"
 #include "Help.h"
 #include "Kinds.h"
+#include "Progress.h"
 #include "Text.h"
 #include "WireTrace.h"
 
@@ -175,25 +176,34 @@ int CTool::Fail(EStatus eStatus, const std::string& strText) const
     if (m_oInterrupt.GetSignal() != 0)
         return 128 + m_oInterrupt.GetSignal();
     static_cast<void>(std::fflush(stdout)); // so that the order is right on a terminal
-    fmt::print(stderr, "quorvel: {}\n", strText);
+    if (m_pProgress != nullptr)
+        m_pProgress->Fail();
+    Report("quorvel: " + strText);
     return eStatus;
 }
 
 void CTool::Note(const std::string& strText) const
 {
     if (!m_oOptions.bQuiet)
-        fmt::print(stderr, "{}\n", strText);
+        Report(strText);
 }
 
 void CTool::Detail(const std::string& strText) const
 {
     if (m_oOptions.bVerbose)
-        fmt::print(stderr, "{}\n", strText);
+        Report(strText);
 }
 
-void CTool::Warn(const std::string& strText)
+void CTool::Warn(const std::string& strText) const
 {
-    fmt::print(stderr, "quorvel: warning: {}\n", strText);
+    Report("quorvel: warning: " + strText);
+}
+
+void CTool::Report(const std::string& strText) const
+{
+    if (m_pProgress != nullptr)
+        m_pProgress->EndLine();
+    fmt::print(stderr, "{}\n", strText);
 }
 
 bool CTool::Ask(const std::string& strQuestion)

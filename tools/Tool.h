@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+class CProgress;
 class CTool;
 class CQuorvelMsg;
 
@@ -129,7 +130,10 @@ class CTool
     void Detail(const std::string& strText) const;
 
     /// Prints a warning on standard error, also with -q.
-    static void Warn(const std::string& strText);
+    void Warn(const std::string& strText) const;
+
+    /// Takes what is being drawn, whose line is ended before anything is reported; null when nothing is.
+    void SetProgress(CProgress* pProgress) { m_pProgress = pProgress; }
 
     /// Asks for permission on the terminal. @return true for y or yes; false also at the end of the input
     static bool Ask(const std::string& strQuestion);
@@ -164,6 +168,7 @@ class CTool
     void AddOptions();
     int Parse(int argc, char** argv);
     int Usage(const std::string& strText) const;
+    void Report(const std::string& strText) const;
     const CLI::App& GetInnermost() const;
 
     SOptions m_oOptions;
@@ -171,6 +176,7 @@ class CTool
     CLI::App m_oApp;
     std::vector<std::unique_ptr<CVerb>> m_apVerbs;
     CVerb* m_pVerb = nullptr;
+    CProgress* m_pProgress = nullptr;
     std::FILE* m_pTrace = nullptr;
     std::mutex m_oMutexTrace;
 };

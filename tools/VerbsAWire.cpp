@@ -62,7 +62,7 @@ class CAWireTarget : public CTarget
         "All blocks of the flash that the file touches are erased, as a whole, so what else is in them is "
         "lost; the "
         "user page likewise.",
-        "0x10000000 --last 0x1000000f"};
+        "0x10000000"};
 
     struct SOptions {
         std::uint64_t nBlockSize = 65536;

@@ -576,9 +576,9 @@ class CCanPlay : public CVerb
         if (m_nFrames == 0)
             return oTool.Fail(eStatusFile, m_strFile + ": no frame that can be sent");
         if (m_nLeftOut != 0)
-            CTool::Warn(fmt::format("{} FD, XL or error frames are left out", m_nLeftOut));
+            oTool.Warn(fmt::format("{} FD, XL or error frames are left out", m_nLeftOut));
         if (nChanged != 0)
-            CTool::Warn(fmt::format("{} frames are sent with another length code", nChanged));
+            oTool.Warn(fmt::format("{} frames are sent with another length code", nChanged));
         return eStatusDone;
     }
 

@@ -665,7 +665,7 @@ class CEvents : public CVerb
             if (std::fflush(stdout) != 0)
                 return oTool.Fail(eStatusFile, "standard output: " + GetSystemError());
             if (nDropped != 0)
-                CTool::Warn(fmt::format("{} events were lost", nDropped));
+                oTool.Warn(fmt::format("{} events were lost", nDropped));
             if (eWait == CCanReceiver::eTimedOut)
                 return eStatusDone;
             if (eWait == CCanReceiver::eEnded)

@@ -234,8 +234,8 @@ class CEepromRead : public CFirmwareRead
             "The first 256 bytes are the device information. Formats of files: r raw (default), i Intel HEX, "
             "I "
             "with comments, s S-records, d, h, o, b numbers. Without a file, --json prints first and last "
-            "address and the bytes.\n\nquorvel -g 192.168.0.10 firmware eeprom read --first 0x100 --last "
-            "0x1ff");
+            "address and the bytes.\n\nquorvel -g 192.168.0.10 firmware eeprom read --address 0x100 "
+            "--length 256");
     }
 
     int Run(CTool& oTool) override
@@ -246,10 +246,10 @@ class CEepromRead : public CFirmwareRead
         if (const int nStatus = oTarget.Open(); nStatus != 0)
             return nStatus;
         const SMemory& oMemory = oTarget.GetMemories()[1];
-        const std::uint64_t nFirst = m_oOptions.nFirst.value_or(0);
-        const std::uint64_t nLast = m_oOptions.nLast.value_or(oMemory.GetLast());
-        if (nFirst > nLast || nLast >= oMemory.nSize)
+        const auto oRange = m_oOptions.GetRange(oMemory);
+        if (!oRange)
             return oTool.Fail(eStatusUsage, fmt::format("the EEPROM is 0x0000-0x{:04x}", oMemory.GetLast()));
+        const auto [nFirst, nLast] = *oRange;
         std::string strBytes;
         if (const int nStatus =
                 oTarget.Read(oMemory, nFirst, nLast - nFirst + 1, strBytes, [](std::uint64_t) {});
@@ -274,7 +274,7 @@ class CEepromWrite : public CVerb
             ->type_name("")
             ->required();
         AddFormatOption(m_oApp, m_strFormat);
-        m_oApp.add_option("--first", m_oOptions.nFirst, "Where a file without addresses begins; default 0")
+        m_oApp.add_option("--address", m_oOptions.nFirst, "Where a file without addresses begins; default 0")
             ->type_name("ADDRESS");
         m_oApp.add_flag("-V,--no-verify", m_oOptions.bNoVerify,
                         "Do not read back and compare what was written");
@@ -285,7 +285,7 @@ class CEepromWrite : public CVerb
             "first. Formats: a automatic (Intel HEX, S-records, ELF, anything else raw), i, s, e, r, d, h, "
             "o, b "
             "numbers, and m: then FILE is not a file but the bytes themselves.\n\nquorvel -g 192.168.0.10 "
-            "firmware eeprom write --first 0x100 --format m 0x12,0x34");
+            "firmware eeprom write --address 0x100 --format m 0x12,0x34");
     }
 
     int Run(CTool& oTool) override
@@ -357,7 +357,7 @@ class CFirmwareUpdate : public CVerb
                            oInfo.GetSWVersionString(), m_oOperation.strFile)))
             return oTool.Fail(eStatusUsage, "not updated: you did not agree");
         if (const int nStatus = oProgrammer.Execute(); nStatus != 0) {
-            CTool::Warn("the gateway has no complete firmware: repeat the update before it is restarted");
+            oTool.Warn("the gateway has no complete firmware: repeat the update before it is restarted");
             return nStatus;
         }
         if (const int nStatus = oTarget.Restart(std::chrono::milliseconds(m_nRestartTime)); nStatus != 0)

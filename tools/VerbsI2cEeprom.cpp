@@ -8,13 +8,12 @@
 #include "Progress.h"
 #include "QuorvelClientI2C.h"
 #include "Text.h"
+#include "Verify.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <fstream>
 #include <functional>
-#include <map>
 
 namespace
 {
@@ -40,19 +39,15 @@ constexpr std::array<SMemoryType, 14> TYPES{{{"24c01", 0x0007},
                                              {"24c1025", 0x0510},
                                              {"24m02", 0x0210}}};
 
-const std::map<std::string, CQuorvelHexfile::EType> FORMATS{{"auto", CQuorvelHexfile::eTypeAuto},
-                                                            {"intel", CQuorvelHexfile::eTypeIntel},
-                                                            {"motorola", CQuorvelHexfile::eTypeMotorola},
-                                                            {"binary", CQuorvelHexfile::eTypeBinary}};
-
 // Pieces end at its multiples: no memory has pages, or blocks with a slave address of their own, that cross them,
 // and each is done well within a time-out.
 constexpr std::uint64_t PIECE = 256;
 
+constexpr unsigned MAX_OFFSET = 0x3FFFF; // of the largest memory
+
 constexpr int RC_SHORT_ANSWER = 0x000C0000;
 
 constexpr unsigned short POLL_LIMIT = 100; // milliseconds; data sheets say 5 to 10
-constexpr unsigned MAX_LINES = 10;         // of differences, without -v
 
 std::uint64_t GetMemorySize(unsigned nAddressing)
 {
@@ -89,20 +84,19 @@ class CEepromVerb : public CVerb
         m_oApp.add_option("--chip", m_nChip, "Chip number, the level of its address pins")
             ->type_name("N")
             ->capture_default_str();
-        m_oApp.add_option("--format", m_eFormat, "Format of the file")
-            ->type_name("auto|intel|motorola|binary")
-            ->transform(CLI::Transformer(FORMATS).description(""));
         m_oApp.add_option("FILE", m_strFile, "The file; - is standard input or output")
             ->required()
             ->type_name("");
     }
 
   protected:
-    void AddOffset(const std::string& strText)
+    void AddInput()
     {
-        m_oApp.add_option("--offset", m_nOffset, strText)
-            ->type_name("N")
-            ->check(CLI::Range(0U, 0x3FFFFU).description(""))
+        AddFormatOption(m_oApp, "--format", m_eFormat,
+                        "Format of the file; auto: the first character decides");
+        m_oApp.add_option("--offset", m_nOffset, "Added to every address of the file")
+            ->type_name("BYTES")
+            ->check(CLI::Range(0U, MAX_OFFSET).description(""))
             ->capture_default_str();
     }
 
@@ -175,19 +169,15 @@ class CEepromVerb : public CVerb
     }
 
     // Compares the memory with an image and tells where they differ.
-    int VerifyImage(CTool& oTool, CMemory& oMemory, const CImage& oImage, const char* pVerb) const
+    int VerifyImage(CTool& oTool, CMemory& oMemory, const CImage& oImage) const
     {
+        CVerify oVerify(oTool, "EEPROM", GetInputName(m_strFile));
         std::vector<CImage::SRange> aoDevice = oImage.GetRanges();
         if (const int nStatus = ReadRanges(oTool, oMemory, aoDevice); nStatus != 0)
             return nStatus;
-        const std::uint64_t nDifferent = Compare(oTool, oImage.GetRanges(), aoDevice);
-        if (oTool.GetOptions().bJson)
-            CTool::PrintJson({{"operation", pVerb}, {"bytes", oImage.GetSize()}, {"different", nDifferent}});
-        if (nDifferent > 0)
-            return oTool.Fail(eStatusMismatch,
-                              fmt::format("verify: {} of {} bytes differ", nDifferent, oImage.GetSize()));
-        oTool.Note(fmt::format("{} bytes of EEPROM verified", oImage.GetSize()));
-        return eStatusDone;
+        for (std::size_t i = 0; i < aoDevice.size(); ++i)
+            oVerify.Compare(aoDevice[i].nAddress, aoDevice[i].strBytes, oImage.GetRanges()[i].strBytes);
+        return oVerify.Report(true);
     }
 
     std::string m_strType;
@@ -208,7 +198,7 @@ class CEepromVerb : public CVerb
         std::uint64_t nTotal = 0;
         for (const CImage::SRange& oRange : aoRanges)
             nTotal += oRange.strBytes.size();
-        std::optional<CProgress> oProgress(std::in_place, oTool, pTitle, nTotal);
+        CProgress oProgress(oTool, pTitle, nTotal);
         std::uint64_t nDone = 0;
         for (CImage::SRange& oRange : aoRanges) {
             for (std::uint64_t nOffset = oRange.nAddress; nOffset <= oRange.GetLast();) {
@@ -219,39 +209,16 @@ class CEepromVerb : public CVerb
                                   oRange.strBytes.data() + (nOffset - oRange.nAddress), nLength, nMoved);
                 if (nRC == 0 && nMoved < nLength)
                     nRC = RC_SHORT_ANSWER;
-                if (nRC != 0) {
-                    oProgress.reset(); // its line ends before the error
+                if (nRC != 0)
                     return oMemory.Check(fmt::format("{} {} bytes at 0x{:04x}", pVerb, nLength, nOffset),
                                          nRC);
-                }
                 nDone += nLength;
-                oProgress->Update(nDone);
+                oProgress.Update(nDone);
                 nOffset = nNext;
             }
         }
-        oProgress->Finish();
+        oProgress.Finish();
         return eStatusDone;
-    }
-
-    // Both have the same ranges.
-    static std::uint64_t Compare(CTool& oTool, const std::vector<CImage::SRange>& aoInput,
-                                 const std::vector<CImage::SRange>& aoDevice)
-    {
-        std::uint64_t nDifferent = 0;
-        for (std::size_t nRange = 0; nRange < aoInput.size(); ++nRange) {
-            const auto& [nAddress, strInput] = aoInput[nRange];
-            const std::string& strDevice = aoDevice[nRange].strBytes;
-            for (std::size_t i = 0; i < strInput.size(); ++i) {
-                if (strDevice[i] == strInput[i])
-                    continue;
-                ++nDifferent;
-                if (nDifferent <= MAX_LINES || oTool.GetOptions().bVerbose)
-                    fmt::print(stderr, "  device 0x{:02x} != input 0x{:02x} at addr 0x{:04x} (error)\n",
-                               static_cast<unsigned char>(strDevice[i]),
-                               static_cast<unsigned char>(strInput[i]), nAddress + i);
-            }
-        }
-        return nDifferent;
     }
 };
 
@@ -260,73 +227,40 @@ class CEepromRead : public CEepromVerb
   public:
     explicit CEepromRead(CLI::App& oGroup) : CEepromVerb(oGroup, "read", "Read a memory into a file")
     {
-        AddOffset("The first byte to read");
-        m_oApp.add_option("--length", m_nLength, "How many bytes; default: up to the end")->type_name("N");
-        m_oApp.footer(
-            "The format auto means Intel HEX for names in .hex and .ihex, S-records for .srec, .s19, "
-            ".s28, .s37 and .mot, and otherwise binary, which begins with the byte at the offset.\n\n"
-            "quorvel -g 192.168.0.10 i2c eeprom read --type 24c02 --chip 1 content.hex\n\n"
-            "quorvel -g 192.168.0.10 i2c eeprom read --size 32768 --length 16 - | hexdump -C");
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_NAME);
+        m_oApp.add_option("--address", m_nAddress, "First address")
+            ->type_name("ADDRESS")
+            ->check(CLI::Range(0U, MAX_OFFSET).description(""))
+            ->capture_default_str();
+        m_oApp.add_option("--length", m_nLength, "How many bytes; default: up to the end")
+            ->type_name("BYTES");
+        m_oApp.footer("A binary file begins with the byte at --address; the others hold the addresses.\n\n"
+                      "quorvel -g 192.168.0.10 i2c eeprom read --type 24c02 --chip 1 content.hex\n\n"
+                      "quorvel -g 192.168.0.10 i2c eeprom read --size 32768 --length 16 - | hexdump -C");
     }
 
     int Run(CTool& oTool) override
     {
         if (const int nStatus = ParseMemory(oTool); nStatus != 0)
             return nStatus;
-        const std::uint64_t nLength = m_nLength.value_or(GetSize() - std::min(m_nOffset, GetSize()));
-        if (nLength == 0 || nLength > GetSize() || m_nOffset > GetSize() - nLength)
+        const std::uint64_t nLength = m_nLength.value_or(GetSize() - std::min(m_nAddress, GetSize()));
+        if (nLength == 0 || nLength > GetSize() || m_nAddress > GetSize() - nLength)
             return oTool.Fail(eStatusUsage,
-                              fmt::format("--offset, --length: the memory has {} bytes", GetSize()));
+                              fmt::format("--address, --length: the memory has {} bytes", GetSize()));
         COutputFile oFile(oTool);
         CMemory oMemory(oTool);
         if (int nStatus = oMemory.OpenGateway(); nStatus != 0 || (nStatus = oFile.Open(m_strFile)) != 0)
             return nStatus;
-        std::vector<CImage::SRange> aoRanges{{m_nOffset, std::string(nLength, '\0')}};
+        std::vector<CImage::SRange> aoRanges{{m_nAddress, std::string(nLength, '\0')}};
         if (const int nStatus = ReadRanges(oTool, oMemory, aoRanges); nStatus != 0)
             return nStatus;
-        return Save(oTool, oFile, aoRanges[0].strBytes);
+        CImage oImage;
+        oImage.Set(std::move(aoRanges));
+        return oImage.Save(oTool, oFile, GetOutputFormat(m_strFile, m_eFormat));
     }
 
   private:
-    CQuorvelHexfile::EType GetFormat() const
-    {
-        if (m_eFormat != CQuorvelHexfile::eTypeAuto)
-            return m_eFormat;
-        const auto HasEnding = [this](const char* pEnding) {
-            return CLI::detail::to_lower(m_strFile).ends_with(pEnding);
-        };
-        if (HasEnding(".hex") || HasEnding(".ihex"))
-            return CQuorvelHexfile::eTypeIntel;
-        for (const char* const pEnding : {".srec", ".s19", ".s28", ".s37", ".mot"}) {
-            if (HasEnding(pEnding))
-                return CQuorvelHexfile::eTypeMotorola;
-        }
-        return CQuorvelHexfile::eTypeBinary;
-    }
-
-    // The library writes to a stream of its own, which is opened on the file.
-    int Save(const CTool& oTool, COutputFile& oFile, const std::string& strBytes) const
-    {
-        const CQuorvelHexfile::EType eFormat = GetFormat();
-        if (eFormat == CQuorvelHexfile::eTypeBinary) {
-            oFile.Write(strBytes);
-            return oFile.Commit();
-        }
-        CQuorvelHexfile oImage;
-        oImage.AddMemoryBlock(static_cast<unsigned>(m_nOffset), strBytes.data(),
-                              static_cast<unsigned>(strBytes.size()));
-        std::ofstream oStream(fmt::format("/dev/fd/{}", ::fileno(oFile.GetStream())),
-                              std::ios::binary | std::ios::app);
-        if (eFormat == CQuorvelHexfile::eTypeIntel)
-            oImage.SaveAsFileIntel(oStream);
-        else
-            oImage.SaveAsFileMotorola(oStream);
-        oStream.close();
-        if (!oStream)
-            return oTool.Fail(eStatusFile, m_strFile + ": cannot be written");
-        return oFile.Commit();
-    }
-
+    std::uint64_t m_nAddress = 0;
     std::optional<std::uint64_t> m_nLength;
 };
 
@@ -336,11 +270,11 @@ class CEepromWrite : public CEepromVerb
     explicit CEepromWrite(CLI::App& oGroup)
         : CEepromVerb(oGroup, "write", "Write a file into a memory, and verify")
     {
-        AddOffset("Is added to the addresses of the file");
+        AddInput();
         m_oApp.add_flag("-V,--no-verify", m_bNoVerify, "Do not read back and compare");
         m_oApp.footer(
-            "Only what is in the file is written; holes are left as they are. The format auto looks at "
-            "the first character. The gateway respects the pages of the memory and waits until each is "
+            "Only what is in the file is written; holes are left as they are. The gateway respects the pages "
+            "of the memory and waits until each is "
             "stored.\n\n"
             "Status: 1 when the memory does not acknowledge (NACK), 3 when it does not hold what was "
             "written, 5 when the file cannot be read or does not fit the memory.\n\n"
@@ -362,7 +296,7 @@ class CEepromWrite : public CEepromVerb
         if (nStatus != 0)
             return nStatus;
         oTool.Note(fmt::format("{} bytes of EEPROM written", oImage.GetSize()));
-        return m_bNoVerify ? eStatusDone : VerifyImage(oTool, oMemory, oImage, "write");
+        return m_bNoVerify ? eStatusDone : VerifyImage(oTool, oMemory, oImage);
     }
 
   private:
@@ -374,12 +308,12 @@ class CEepromVerify : public CEepromVerb
   public:
     explicit CEepromVerify(CLI::App& oGroup) : CEepromVerb(oGroup, "verify", "Compare a memory with a file")
     {
-        AddOffset("Is added to the addresses of the file");
-        m_oApp.footer(
-            "Prints a line for each of the first ten bytes that differ, with -v for all, and how many "
-            "there are. With --json an object with the number of bytes and of those that differ.\n\n"
-            "Status: 3 when there is a difference.\n\n"
-            "quorvel -g 192.168.0.10 i2c eeprom verify --type 24c256 content.hex");
+        AddInput();
+        m_oApp.footer("Reports the first ten bytes that differ, how many do, and whether bits are only set "
+                      "(1 in the memory, "
+                      "0 in the file), only cleared, or both.\n\n"
+                      "Status: 3 when there is a difference.\n\n"
+                      "quorvel -g 192.168.0.10 i2c eeprom verify --type 24c256 content.hex");
     }
 
     int Run(CTool& oTool) override
@@ -392,7 +326,7 @@ class CEepromVerify : public CEepromVerb
             return nStatus;
         CMemory oMemory(oTool);
         nStatus = oMemory.OpenGateway();
-        return nStatus != 0 ? nStatus : VerifyImage(oTool, oMemory, oImage, "verify");
+        return nStatus != 0 ? nStatus : VerifyImage(oTool, oMemory, oImage);
     }
 };
 

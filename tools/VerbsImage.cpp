@@ -19,11 +19,6 @@ constexpr std::uint64_t DUMP_WIDTH = 16;
 constexpr const char* FORMAT_TEXT =
     "Format of the input; auto: the first character decides, ':' Intel HEX, 'S' S-records, else binary";
 
-std::string GetPlural(std::uint64_t nCount, const char* pName)
-{
-    return fmt::format("{} {}{}", nCount, pName, nCount == 1 ? "" : "s");
-}
-
 /// A verb with an image to read.
 class CImageVerb : public CVerb
 {
@@ -101,11 +96,11 @@ class CImageInfo : public CVerb
     static void PrintAsText(const std::string& strFile, const CImage& oImage)
     {
         fmt::print("{}: {}, {} in {}\n", strFile, GetFormatName(oImage.GetType()),
-                   GetPlural(oImage.GetSize(), "byte"), GetPlural(oImage.GetRanges().size(), "range"));
+                   Plural(oImage.GetSize(), "byte"), Plural(oImage.GetRanges().size(), "range"));
         const std::uint32_t nCrc =
             ForEach(oImage, [](const SAddresses& oAddresses, std::string_view strBytes) {
                 fmt::print("  0x{:08x}-0x{:08x}  {:>16}  {}\n", oAddresses.nFirst, oAddresses.nLast,
-                           GetPlural(oAddresses.nLast - oAddresses.nFirst + 1, "byte"),
+                           Plural(oAddresses.nLast - oAddresses.nFirst + 1, "byte"),
                            strBytes.empty() ? "hole" : fmt::format("CRC-32 {:08x}", GetCrc32(strBytes)));
             });
         fmt::print("  CRC-32 of all data{}: {:08x}\n",
@@ -177,9 +172,8 @@ class CImageConvert : public CVerb
                       "an error.\n\n"
                       "The file is read back and compared before it takes its name, so that it is there "
                       "whole or not at all; "
-                      "standard output is not read back. Intel HEX is written with an end record and without "
-                      "a start address, "
-                      "S-records without a header and an end record, both with up to 16 bytes in a line. "
+                      "standard output is not read back. Intel HEX is written without a start address, "
+                      "S-records with a header and an end record, both with up to 16 bytes in a line. "
                       "Input with a line at "
                       "fault is not converted.\n\n"
                       "quorvel image convert firmware.hex firmware.bin --offset -0x8000 --fill 0xff\n"
@@ -225,8 +219,8 @@ class CImageConvert : public CVerb
             return oTool.Fail(eStatusFile,
                               fmt::format("binary has no addresses, and the image has {}, the first one at "
                                           "0x{:08x}-0x{:08x}: fill with --fill VALUE, or choose with --crop",
-                                          GetPlural(oImage.GetRanges().size() - 1, "hole"),
-                                          oFirst.GetLast() + 1, oImage.GetRanges()[1].nAddress - 1));
+                                          Plural(oImage.GetRanges().size() - 1, "hole"), oFirst.GetLast() + 1,
+                                          oImage.GetRanges()[1].nAddress - 1));
         if (eTo == CQuorvelHexfile::eTypeBinary && oFirst.nAddress != 0)
             return oTool.Fail(
                 eStatusFile,
@@ -254,25 +248,23 @@ class CImageDump : public CImageVerb
     explicit CImageDump(CLI::App& oGroup) : CImageVerb(oGroup, "dump", "Print the bytes of an image")
     {
         AddInput();
-        m_oApp.add_option("--first", m_oAddresses.nFirst, "Begin at this address")
+        m_oApp.add_option("--address", m_nAddress, "First address; default: the first of the image")
             ->type_name("ADDRESS")
             ->check(CLI::Range(0U, 0xFFFFFFFFU).description(""));
-        m_oApp.add_option("--last", m_oAddresses.nLast, "End with this address, which is included")
-            ->type_name("ADDRESS")
-            ->check(CLI::Range(0U, 0xFFFFFFFFU).description(""));
+        m_oApp.add_option("--length", m_nLength, "How many addresses; default: up to the end")
+            ->type_name("BYTES")
+            ->check(CLI::Range(std::uint64_t{1}, MAX_ADDRESS + 1).description(""));
         m_oApp.footer(
             "Prints address, bytes and characters of up to 16 bytes in a line, and a line for each hole.\n\n"
             "With --json: one object for each range; its last address is included.\n\n"
-            "quorvel image dump firmware.hex --first 0x100 --last 0x1ff");
+            "quorvel image dump firmware.hex --address 0x100 --length 256");
     }
 
     int Run(CTool& oTool) override
     {
-        if (m_oAddresses.nFirst > m_oAddresses.nLast)
-            return oTool.Fail(eStatusUsage, "--first is above --last");
         CImage oImage;
         const int nStatus = oImage.Load(oTool, m_strFile, m_eFrom);
-        oImage.Crop(m_oAddresses);
+        oImage.Crop({m_nAddress, m_nAddress + m_nLength - 1});
         std::uint64_t nNext = 0;
         for (const CImage::SRange& oRange : oImage.GetRanges()) {
             if (oTool.GetOptions().bJson) {
@@ -283,7 +275,7 @@ class CImageDump : public CImageVerb
                 continue;
             }
             if (&oRange != oImage.GetRanges().data())
-                fmt::print("          hole of {}\n", GetPlural(oRange.nAddress - nNext, "byte"));
+                fmt::print("          hole of {}\n", Plural(oRange.nAddress - nNext, "byte"));
             nNext = oRange.GetLast() + 1;
             // Lines begin at multiples of 16.
             std::string_view strRest = oRange.strBytes;
@@ -298,7 +290,8 @@ class CImageDump : public CImageVerb
     }
 
   private:
-    SAddresses m_oAddresses{0, MAX_ADDRESS};
+    std::uint64_t m_nAddress = 0;
+    std::uint64_t m_nLength = MAX_ADDRESS + 1;
 };
 
 class CImageCompare : public CVerb

@@ -25,7 +25,7 @@ class CRenesasTarget : public CTarget
         "The whole flash is erased, unless --block-size says what can be erased at a time: then only the "
         "blocks that "
         "the file touches, with all that is in them.",
-        "0 --last 0xf"};
+        "0"};
 
     struct SOptions {
         std::string strID = "ffffffffffffff";

@@ -278,11 +278,6 @@ CLI::Validator SizeNumber(bool bSigned = false)
             ""};
 }
 
-const std::map<std::string, CQuorvelHexfile::EType> FORMATS{{"auto", CQuorvelHexfile::eTypeAuto},
-                                                            {"ihex", CQuorvelHexfile::eTypeIntel},
-                                                            {"srec", CQuorvelHexfile::eTypeMotorola},
-                                                            {"raw", CQuorvelHexfile::eTypeBinary}};
-
 // What all verbs of the flash share.
 class CFlashVerb : public CVerb
 {
@@ -316,19 +311,13 @@ class CFlashVerb : public CVerb
                 ->transform(SizeNumber());
     }
 
-    void AddFormat()
-    {
-        m_oApp.add_option("--format", m_eFormat, "Format of the file")
-            ->type_name("auto|raw|ihex|srec")
-            ->transform(CLI::Transformer(FORMATS).description(""));
-    }
-
     void AddFile()
     {
         m_oApp.add_option("FILE", m_strFile, "The image: Intel HEX, S-records or raw; - is standard input")
             ->type_name("")
             ->required();
-        AddFormat();
+        AddFormatOption(m_oApp, "--format", m_eFormat,
+                        "Format of the image; auto: the first character decides");
         m_oApp
             .add_option("--offset", m_nOffset,
                         "Added to every address of the image, may be negative: --offset=-N")
@@ -407,32 +396,9 @@ class CFlashVerb : public CVerb
     // Compares the flash with the image and reports the result.
     int Verify(CTool& oTool, CSpiFlash& oFlash) const
     {
-        CSpiFlash::SDifferences oFound;
-        if (const int nStatus = oFlash.Verify(m_oImage, oFound); nStatus != 0)
-            return nStatus;
-        const char* const pBits = oFound.bSet && oFound.bCleared ? "set and cleared"
-                                  : oFound.bSet                  ? "set"
-                                                                 : "cleared";
-        if (oTool.GetOptions().bJson) {
-            CJson oData{{"verified", m_oImage.GetSize()}, {"differing", oFound.nBytes}};
-            if (oFound.nBytes != 0)
-                oData.update({{"address", oFound.nFirst},
-                              {"device", fmt::format("{:02x}", oFound.nDevice)},
-                              {"input", fmt::format("{:02x}", oFound.nInput)},
-                              {"bits", pBits}});
-            CTool::PrintJson(oData);
-        }
-        if (oFound.nBytes == 0) {
-            oTool.Note(fmt::format("{} bytes of flash verified", m_oImage.GetSize()));
-            return eStatusDone;
-        }
-        static_cast<void>(std::fflush(stdout));
-        fmt::print(stderr, "  device 0x{:02x} != input 0x{:02x} at addr 0x{:04x} (error)\n", oFound.nDevice,
-                   oFound.nInput, oFound.nFirst);
-        return oTool.Fail(eStatusMismatch,
-                          fmt::format("{} of {} bytes of flash differ: bits are {}{} in the device",
-                                      oFound.nBytes, m_oImage.GetSize(),
-                                      oFound.bSet && oFound.bCleared ? "" : "only ", pBits));
+        CVerify oVerify(oTool, "flash", GetInputName(m_strFile));
+        const int nStatus = oFlash.Verify(m_oImage, oVerify);
+        return nStatus != 0 ? nStatus : oVerify.Report(true);
     }
 
     CSpiFlash::SOptions m_oFlash;
@@ -479,125 +445,17 @@ class CFlashId : public CVerb
     }
 };
 
-// Writes an image to a file, in ascending pieces.
-class CImageWriter
-{
-  public:
-    CImageWriter(COutputFile& oFile, CQuorvelHexfile::EType eFormat, std::uint64_t nLast)
-        : m_oFile(oFile),
-          m_eFormat(eFormat),
-          m_nAddressBytes(nLast > 0xFFFFFF ? 4
-                          : nLast > 0xFFFF ? 3
-                                           : 2)
-    {
-        if (eFormat == CQuorvelHexfile::eTypeMotorola)
-            oFile.Write("S0030000FC\n");
-    }
-
-    // Finds the format from the name of a file.
-    static CQuorvelHexfile::EType GetFormat(const std::string& strFile)
-    {
-        for (const char* const pEnd : {".hex", ".ihex"}) {
-            if (strFile.ends_with(pEnd))
-                return CQuorvelHexfile::eTypeIntel;
-        }
-        for (const char* const pEnd : {".srec", ".s19", ".mot"}) {
-            if (strFile.ends_with(pEnd))
-                return CQuorvelHexfile::eTypeMotorola;
-        }
-        return CQuorvelHexfile::eTypeBinary;
-    }
-
-    void Append(std::uint64_t nAddress, std::string_view strBytes)
-    {
-        if (m_eFormat == CQuorvelHexfile::eTypeBinary) {
-            m_oFile.Write(strBytes);
-            return;
-        }
-        while (!strBytes.empty()) {
-            const std::string_view strLine = strBytes.substr(0, 16 - nAddress % 16);
-            PutRecord(static_cast<std::uint32_t>(nAddress), strLine);
-            nAddress += strLine.size();
-            strBytes.remove_prefix(strLine.size());
-        }
-    }
-
-    void End()
-    {
-        if (m_eFormat == CQuorvelHexfile::eTypeIntel)
-            Put(":", std::string("\0\0\0\1", 4), 0);
-        else if (m_eFormat == CQuorvelHexfile::eTypeMotorola)
-            Put(fmt::format("S{}", 11 - m_nAddressBytes), Motorola(0, ""), 0xFF);
-    }
-
-  private:
-    void PutRecord(std::uint32_t nAddress, std::string_view strLine)
-    {
-        if (m_eFormat == CQuorvelHexfile::eTypeMotorola) {
-            Put(fmt::format("S{}", m_nAddressBytes - 1), Motorola(nAddress, strLine), 0xFF);
-            return;
-        }
-        if (nAddress >> 16 != m_nUpper) {
-            m_nUpper = nAddress >> 16;
-            Put(":", std::string("\2\0\0\4", 4) + Bytes(m_nUpper, 2), 0);
-        }
-        Put(":",
-            Bytes(static_cast<std::uint32_t>(strLine.size()), 1) + Bytes(nAddress, 2) + '\0' +
-                std::string(strLine),
-            0);
-    }
-
-    std::string Motorola(std::uint32_t nAddress, std::string_view strLine) const
-    {
-        return Bytes(static_cast<std::uint32_t>(strLine.size()) + m_nAddressBytes + 1, 1) +
-               Bytes(nAddress, m_nAddressBytes) + std::string(strLine);
-    }
-
-    static std::string Bytes(std::uint32_t nValue, unsigned nCount)
-    {
-        std::string strBytes;
-        while (nCount-- > 0)
-            strBytes += static_cast<char>(nValue >> (8 * nCount));
-        return strBytes;
-    }
-
-    // A line ends with a byte that makes the sum of all nSum.
-    void Put(std::string_view strBegin, std::string_view strBytes, unsigned nSum)
-    {
-        constexpr std::string_view DIGITS = "0123456789ABCDEF";
-        std::string strText(strBegin);
-        const auto Append = [&](unsigned nByte) {
-            strText += DIGITS[nByte >> 4];
-            strText += DIGITS[nByte & 15];
-        };
-        for (const char cByte : strBytes) {
-            Append(static_cast<unsigned char>(cByte));
-            nSum -= static_cast<unsigned char>(cByte);
-        }
-        Append(nSum & 0xFF);
-        m_oFile.Write(strText + "\n");
-    }
-
-    COutputFile& m_oFile;
-    CQuorvelHexfile::EType m_eFormat;
-    unsigned m_nAddressBytes; // of S-records
-    std::uint32_t m_nUpper = 0;
-};
-
 class CFlashRead : public CFlashVerb
 {
   public:
     explicit CFlashRead(CLI::App& oGroup) : CFlashVerb(oGroup, "read", "Read the flash into a file")
     {
         m_oApp.add_option("FILE", m_strFile, "The file; - is standard output")->type_name("")->required();
-        AddFormat();
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_NAME);
         AddRange("up to the end");
-        m_oApp.footer(
-            "auto writes Intel HEX into .hex and .ihex, S-records into .srec, .s19 and .mot, and raw bytes "
-            "into any other file. A raw file begins with the byte at --address; the others hold the "
-            "addresses.\n\n"
-            "The file is there when all has been read, or not at all.\n\n"
-            "quorvel -g 192.168.0.10 spi flash read --address 0x1000 --length 4K boot.hex");
+        m_oApp.footer("A binary file begins with the byte at --address; the others hold the addresses.\n\n"
+                      "The file is there when all has been read, or not at all.\n\n"
+                      "quorvel -g 192.168.0.10 spi flash read --address 0x1000 --length 4K boot.hex");
     }
 
     int Run(CTool& oTool) override
@@ -609,22 +467,12 @@ class CFlashRead : public CFlashVerb
             nStatus = oFile.Open(m_strFile);
         if (nStatus != 0)
             return nStatus;
-        CProgress oProgress(oTool, "Reading", m_nLength);
-        CImageWriter oWriter(
-            oFile, m_eFormat == CQuorvelHexfile::eTypeAuto ? CImageWriter::GetFormat(m_strFile) : m_eFormat,
-            m_nAddress + m_nLength - 1);
-        std::string strBytes;
-        for (std::uint64_t nDone = 0; nDone < m_nLength; nDone += strBytes.size()) {
-            strBytes.resize(std::min<std::uint64_t>(CSpiFlash::MAX_READ, m_nLength - nDone));
-            nStatus = oFlash.Read(m_nAddress + nDone, strBytes);
-            if (nStatus != 0)
-                return nStatus;
-            oWriter.Append(m_nAddress + nDone, strBytes);
-            oProgress.Update(nDone + strBytes.size());
-        }
-        oWriter.End();
-        oProgress.Finish();
-        return oFile.Commit();
+        std::string strBytes(m_nLength, '\0');
+        nStatus = oFlash.Read(m_nAddress, strBytes);
+        if (nStatus != 0)
+            return nStatus;
+        m_oImage.Set({{m_nAddress, std::move(strBytes)}});
+        return m_oImage.Save(oTool, oFile, GetOutputFormat(m_strFile, m_eFormat));
     }
 };
 
@@ -721,13 +569,13 @@ class CFlashVerify : public CFlashVerb
         : CFlashVerb(oGroup, "verify", "Compare the flash with an image file")
     {
         AddFile();
-        m_oApp.footer(
-            "Only addresses that the image has are compared. Reports how many bytes differ, the first of "
-            "them, "
-            "and whether bits are only set (1 in the flash, 0 in the image: not programmed), only cleared "
-            "(not erased before), or both.\n\n"
-            "Status 3: there is a difference.\n\n"
-            "quorvel -g 192.168.0.10 spi flash verify firmware.hex");
+        m_oApp.footer("Only addresses that the image has are compared. Reports the first ten bytes that "
+                      "differ, how many "
+                      "do, and whether bits are only set (1 in the flash, 0 in the image: not programmed), "
+                      "only cleared "
+                      "(not erased before), or both.\n\n"
+                      "Status 3: there is a difference.\n\n"
+                      "quorvel -g 192.168.0.10 spi flash verify firmware.hex");
     }
 
     int Run(CTool& oTool) override

@@ -54,13 +54,12 @@ class CComBox : public CGateway<CQuorvelClientTestSystemCOM>
      */
     int Send(CTool& oTool, const std::string& strFile, std::uint64_t nSize)
     {
-        std::optional<CProgress> oProgress(std::in_place, oTool, "Sending", nSize);
-        m_pProgress = &*oProgress;
+        CProgress oProgress(oTool, "Sending", nSize);
+        m_pProgress = &oProgress;
         const int nRC = SendFile(strFile);
         m_pProgress = nullptr;
         if (nRC == 0 && m_nSent >= nSize)
-            oProgress->Finish();
-        oProgress.reset(); // its line ends before an error
+            oProgress.Finish();
         if (const int nStatus = Check("send " + strFile, nRC); nStatus != 0)
             return nStatus;
         if (m_nSent < nSize)

@@ -46,13 +46,13 @@ Writing, and every format back:
     Reading \| #{50} \| 100% \d+\.\d\d s (re)
     19278 bytes in \d+\.\d\d s, \d+ bytes/s (re)
     19278 bytes of flash verified
-    $ range='--first 0x10000100 --last 0x10004c4d'
+    $ range='--address 0x10000100 --length 19278'
     $ quorvel -q awire read diag.i --format i $range && srec_cmp diag.hex -intel diag.i -intel
     $ quorvel -q awire read diag.s --format s $range && srec_cmp diag.hex -intel diag.s -motorola
     $ quorvel -q awire read diag.r $range && srec_cmp diag.hex -intel diag.r -binary -offset 0x10000100
     $ for f in d h o b; do quorvel -q awire read list --format $f $range &&
-    > quorvel -q awire verify list --format $f --first 0x10000100; done
-    $ for f in d h o b I; do quorvel -q awire read - --format $f --first 0x100000ff --last 0x10000101; done
+    > quorvel -q awire verify list --format $f --address 0x10000100; done
+    $ for f in d h o b I; do quorvel -q awire read - --format $f --address 0x100000ff --length 3; done
     255,68,105
     0xff,0x44,0x69
     0377,0104,0151
@@ -80,7 +80,7 @@ Memory operations run in order. An ELF file goes where its segments are physical
     {"operation":"erase","memory":"flash","blocks":1}
     {"operation":"write","memory":"flash","bytes":4}
     {"operation":"verify","memory":"flash","bytes":4,"differing":0,"bits_set":false,"bits_cleared":false,"mismatches":[]}
-    $ quorvel -q awire read - --format h --first 0x10000200 --last 0x10000203
+    $ quorvel -q awire read - --format h --address 0x10000200 --length 4
     0xca,0xfe,0xba,0xbe
     $ quorvel -q awire flash -U all,-user:w:diag.hex -U ALL:r:all.hex:i -U flash,user:v:all.hex
     $ srec_cat all.hex -intel -crop 0x10000100 0x10004C4E 0x10100000 0x10100002 -o - -intel | srec_info - -intel
@@ -117,7 +117,7 @@ Bad arguments and files, before anything is written:
     $ image low.hex 0xFFFFFF0 0x10000010 x; quorvel awire flash -U user:w:0:m -U low.hex
     quorvel: input file low.hex: 0x0ffffff0-0x1000000f is outside flash (0x10000000-0x100fffff)
     [5]
-    $ quorvel -q awire read - -m user --format h --last 0x10100001
+    $ quorvel -q awire read - -m user --format h --length 2
     0x12,0x3
 
 Without erasing, bits are only cleared; erasing takes whole blocks, and only those that are touched:

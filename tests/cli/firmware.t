@@ -10,19 +10,19 @@
 
 The EEPROM:
 
-    $ quorvel firmware eeprom write --first 0x1fe --format m 0x12,0x34,5
+    $ quorvel firmware eeprom write --address 0x1fe --format m 0x12,0x34,5
     Reading 3 bytes for eeprom from the command line
     Writing 3 bytes to eeprom, 3 bytes written, 3 verified
-    $ quorvel firmware eeprom read --first 0x1fc --last 0x202
+    $ quorvel firmware eeprom read --address 0x1fc --length 7
     000001fc  ff ff 12 34 05 ff ff                             |...4...|
-    $ quorvel --json firmware eeprom read --first 0 --last 3
+    $ quorvel --json firmware eeprom read --address 0 --length 4
     {"first":0,"last":3,"bytes":"000003e9"}
     $ srec_cat -generate 0x400 0x1400 -repeat-string 'EEPROM.' -o e.hex -intel
     $ quorvel -q firmware eeprom write e.hex && quorvel -q firmware eeprom read e.s --format s && srec_cat e.s -crop 0x400 0x1400 -o crop.hex -intel && srec_cmp e.hex -intel crop.hex -intel
-    $ quorvel firmware eeprom read --last 0x10000
+    $ quorvel firmware eeprom read --address 1 --length 0x10000
     quorvel: the EEPROM is 0x0000-0xffff
     [2]
-    $ quorvel firmware eeprom write --first 0xffff --format m 1,2
+    $ quorvel firmware eeprom write --address 0xffff --format m 1,2
     quorvel: the command line: 0x00010000-0x00010000 is outside eeprom (0x00000000-0x0000ffff)
     [5]
 
@@ -49,7 +49,7 @@ An update asks, and checks the file first:
     Restarting
     serial number 1001, hardware KTV-GW 1.2, software 1.0
     $ quorvel -q firmware read new.bin && srec_cat new.hex -intel -fill 0xFF 0 0x40000 -o filled.bin -binary && cmp new.bin filled.bin
-    $ quorvel -q firmware read - --format i --first 100 --last 4999 | srec_cat - -intel -o - -intel | srec_info - -intel
+    $ quorvel -q firmware read - --format i --address 100 --length 4900 | srec_cat - -intel -o - -intel | srec_info - -intel
     Format: Intel Hexadecimal (MCS-86)
     Data:   0064 - 1387
 

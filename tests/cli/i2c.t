@@ -162,14 +162,13 @@ A memory from a file and back:
     $ quorvel --progress none i2c eeprom write --type 24c02 --chip 1 in.hex
     240 bytes of EEPROM written
     240 bytes of EEPROM verified
-    $ for file in out.hex out.s19 out.bin; do quorvel -q i2c eeprom read --size 256 --chip 1 --offset 8 --length 240 $file; done
-    $ srec_cmp in.hex -intel out.hex -intel && srec_cmp in.hex -intel out.s19 -motorola 2>/dev/null && cmp text out.bin
-    $ printf 'Xb' > two && quorvel -q --json i2c eeprom verify --addressing 8 --chip 1 --offset 8 two
+    $ for file in out.hex out.s19 out.bin; do quorvel -q i2c eeprom read --size 256 --chip 1 --address 8 --length 240 $file; done
+    $ srec_cmp in.hex -intel out.hex -intel && srec_cmp in.hex -intel out.s19 -motorola && cmp text out.bin
+    $ printf 'Xb' > two && quorvel -q --json i2c eeprom verify --addressing 8 --chip 1 --offset 8 two 2>&1 | sed 's/,"seconds":[^,}]*//'
       device 0x31 != input 0x58 at addr 0x0008 (error)
       device 0x0a != input 0x62 at addr 0x0009 (error)
-    {"operation":"verify","bytes":2,"different":2}
-    quorvel: verify: 2 of 2 bytes differ
-    [3]
+    {"operation":"verify","memory":"EEPROM","bytes":2,"differing":2,"bits_set":true,"bits_cleared":true,"mismatches":[{"address":8,"device":49,"input":88},{"address":9,"device":10,"input":98}]}
+    quorvel: 2 of 2 bytes of EEPROM differ from input file two: bits are set and cleared on the device
     $ quorvel i2c eeprom write --type 24c02 --offset 0xff two
     quorvel: two: reaches to 0x0100; the last byte of the memory is 0x00ff
     [5]

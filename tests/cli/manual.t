@@ -1,22 +1,26 @@
 The help, and what it says of groups in groups and of missing verbs:
 
-    $ quorvel spi transfer --help
-    Transfer bytes in full duplex: as many are read as are written
+    $ quorvel canopen nmt --help
+    Start, stop or reset nodes
     
-    Usage: quorvel [OPTIONS] spi transfer BYTES...
+    Usage: quorvel [OPTIONS] canopen nmt NODE COMMAND
     
     Arguments:
-      BYTES                     The bytes to write, in hex
+      NODE                      The node, 1 to 127, or all
+      COMMAND                   start, stop, pre-operational, reset-node or
+                                reset-communication
     
     Options:
       -h, --help                Print this help
     
-    Prints the bytes read, in hex.
+    Nodes do not confirm such a command; events shows their states.
     
     Example:
-      quorvel -g 192.168.0.10 spi transfer 9f 0 0 0
+      quorvel -g 192.168.0.10 canopen nmt all start
     
     The options of the program hold here, too: see quorvel --help.
+    $ quorvel spi transfer --help | grep Usage
+    Usage: quorvel [OPTIONS] spi transfer [BYTES...]
     $ quorvel --help | grep -e 'Usage' -e ' HOST' -e ' MS' -A1 -e '--trace'
     Usage: quorvel [OPTIONS] [GROUP] VERB ...
     
@@ -45,6 +49,10 @@ The help, and what it says of groups in groups and of missing verbs:
     $ quorvel image cnovert
     quorvel: 'cnovert' is not a verb of image; did you mean convert?
     Try: quorvel image --help
+    [2]
+    $ quorvel spi flash reed
+    quorvel: 'reed' is not a verb of spi flash; did you mean read?
+    Try: quorvel spi flash --help
     [2]
 
 The manual pages are without fault, and tell every group, verb and option:

@@ -18,7 +18,7 @@ Writing in pages, from the middle of one to the middle of another:
     Reading \| #{50} \| 100% \d+\.\d\d s (re)
     8480 bytes of flash verified
     $ quorvel -q renesas read a.bin && srec_cat a.hex -intel -fill 0xFF 0 0x10000 -o filled.bin -binary && cmp a.bin filled.bin
-    $ quorvel -q renesas read - --format i --first 0x10f0 --last 0x320f | srec_cmp - -intel a.hex -intel
+    $ quorvel -q renesas read - --format i --address 0x10f0 --length 8480 | srec_cmp - -intel a.hex -intel
     $ quorvel renesas checksum 0x10f0 0x10f3
     0x019d
     $ quorvel --json renesas checksum 0x10f0 0x10f3

@@ -74,9 +74,10 @@ Flash: only what differs is erased and programmed, and what lies beside it stays
     $ quorvel --json spi flash id
     {"id":"c22017","size":8388608}
     $ printf 'abcdef' > a.bin
-    $ quorvel -q --json spi flash write a.bin --offset 0xb
+    $ no_seconds() { sed 's/,"seconds":[^,}]*//'; }
+    $ quorvel -q --json spi flash write a.bin --offset 0xb | no_seconds
     {"written":6,"erased":4096,"programmed":7}
-    {"verified":6,"differing":0}
+    {"operation":"verify","memory":"flash","bytes":6,"differing":0,"bits_set":false,"bits_cleared":false,"mismatches":[]}
     $ quorvel -q --json spi flash write -V a.bin --offset 0xb
     {"written":6,"erased":0,"programmed":0}
     $ quorvel -q spi flash read --address 0xa --length 9 - | od -An -c
@@ -94,10 +95,11 @@ Flash: only what differs is erased and programmed, and what lies beside it stays
 
 Every sector of a block, and one more: one byte in each of 17 sectors:
 
-    $ image() { for i in {0..15}; do printf 'S104%X080%s00\n' $i $1; done; printf 'S205010080%s00\n' $1; }
+    $ image() { for i in {0..15}; do printf 'S104%X080%s%02X\n' $i $1 $(((123 - 16 * i - 0x$1) & 255)); done
+    > printf 'S205010080%s%02X\n' $1 $((121 - 0x$1)); }
     $ write() { image $1 | quorvel -q --trace=trace spi flash write - --offset 256K "${@:2}"; }
     $ erasing() { sed -n 's/.* 00000000  \(\(20\|d8\|21\|dc\) .*[0-9a-f]\) .*/\1/p' trace; }
-    $ write 00 --format srec && erasing
+    $ write 00 --format motorola && erasing
     $ write 01 && erasing
     d8 04 00 00
     20 05 00 00
@@ -107,24 +109,21 @@ Every sector of a block, and one more: one byte in each of 17 sectors:
     $ write 07 --erase-size 4k && erasing | tail -n 2
     20 04 f0 00
     20 05 00 00
-    $ image 03 | quorvel -q spi flash verify - --offset 256K
+    $ image 03 | quorvel -q spi flash verify - --offset 256K 2>&1 | sed 2,9d
       device 0x07 != input 0x03 at addr 0x40080 (error)
-    quorvel: 17 of 17 bytes of flash differ: bits are only set in the device
-    [3]
-    $ image 0F | quorvel -q --json spi flash verify - --offset 256K 2>/dev/null
-    {"verified":17,"differing":17,"address":262272,"device":"07","input":"0f","bits":"cleared"}
-    [3]
-    $ write 18 --no-erase
-      device 0x00 != input 0x18 at addr 0x40080 (error)
-    quorvel: 17 of 17 bytes of flash differ: bits are only cleared in the device
-    [3]
+      device 0x07 != input 0x03 at addr 0x49080 (error)
+      and 7 more
+    quorvel: 17 of 17 bytes of flash differ from standard input: bits are only set on the device, as if not written
+    $ printf 'S10400800774' | quorvel -q --json spi flash verify - --offset 0x4f000 | no_seconds
+    {"operation":"verify","memory":"flash","bytes":1,"differing":0,"bits_set":false,"bits_cleared":false,"mismatches":[]}
+    $ write 18 --no-erase 2>&1 | tail -1
+    quorvel: 17 of 17 bytes of flash differ from standard input: bits are only cleared on the device, as if not erased before
 
 Page boundaries, empty pages, a range that is no whole number of sectors:
 
     $ seq 200 > numbers
-    $ quorvel -q --json spi flash write numbers --offset 0x70035
+    $ quorvel -q --json spi flash write -V numbers --offset 0x70035 && quorvel -q spi flash verify numbers --offset 0x70035
     {"written":692,"erased":0,"programmed":692}
-    {"verified":692,"differing":0}
     $ { head -c 600 /dev/zero | tr '\0' '\377'; printf 'a'; } > empty.bin
     $ quorvel -q --json spi flash write -D -V empty.bin --offset 0x60000
     {"written":601,"erased":0,"programmed":1}
@@ -139,7 +138,7 @@ Files of other tools, across 64 KiB and with nothing left out:
     $ quorvel -q spi flash read --address 0x70035 --length 203 o.mot && srec_cmp o.hex -intel o.mot -motorola
     $ srec_cat o.mot -motorola -offset -0x70035 -o o.bin -binary && cmp -n 203 o.bin numbers
     $ quorvel -q spi flash write -V numbers --offset 0xfff8
-    $ quorvel -q spi flash read --address 0xfff8 --length 16 --format ihex - | srec_info - -intel
+    $ quorvel -q spi flash read --address 0xfff8 --length 16 --format intel - | srec_info - -intel
     Format: Intel Hexadecimal (MCS-86)
     Data:   00FFF8 - 010007
     $ quorvel -q spi flash read --address 0xfff8 --length 692 o.ihex && quorvel -q spi flash verify o.ihex
