@@ -176,16 +176,17 @@ class CFirmwareInfo : public CVerb
     }
 };
 
-/// Reads a memory into a file.
-class CFirmwareRead : public CVerb
+/// A memory operation on a file.
+class CFirmwareOperation : public CVerb
 {
   public:
-    CFirmwareRead(CLI::App& oGroup, const char* pText, const char* pMemory) : CVerb(oGroup, "read", pText)
+    CFirmwareOperation(CLI::App& oGroup, SMemoryOperation::EAction eAction, const char* pText,
+                       const char* pMemory)
+        : CVerb(oGroup, eAction == SMemoryOperation::EAction::eRead ? "read" : "write", pText)
     {
         m_oOperation.strMemories = pMemory;
-        m_oOperation.eAction = SMemoryOperation::EAction::eRead;
+        m_oOperation.eAction = eAction;
         AddFormatOption(m_oApp, m_strFormat);
-        AddRangeOptions(m_oApp, m_oOptions);
     }
 
     int Run(CTool& oTool) override
@@ -204,12 +205,14 @@ class CFirmwareRead : public CVerb
     CProgrammer::SOptions m_oOptions;
 };
 
-class CFlashRead : public CFirmwareRead
+class CFlashRead : public CFirmwareOperation
 {
   public:
     explicit CFlashRead(CLI::App& oGroup)
-        : CFirmwareRead(oGroup, "Read a gateway's program flash into a file", "flash")
+        : CFirmwareOperation(oGroup, SMemoryOperation::EAction::eRead,
+                             "Read a gateway's program flash into a file", "flash")
     {
+        AddRangeOptions(m_oApp, m_oOptions);
         m_oApp.add_option("FILE", m_oOperation.strFile, "The file, - for standard output")
             ->type_name("")
             ->required();
@@ -221,11 +224,13 @@ class CFlashRead : public CFirmwareRead
     }
 };
 
-class CEepromRead : public CFirmwareRead
+class CEepromRead : public CFirmwareOperation
 {
   public:
-    explicit CEepromRead(CLI::App& oGroup) : CFirmwareRead(oGroup, "Read a gateway's EEPROM", "eeprom")
+    explicit CEepromRead(CLI::App& oGroup)
+        : CFirmwareOperation(oGroup, SMemoryOperation::EAction::eRead, "Read a gateway's EEPROM", "eeprom")
     {
+        AddRangeOptions(m_oApp, m_oOptions);
         m_oApp
             .add_option("FILE", m_oOperation.strFile,
                         "A file, - for standard output; default: a hex dump is printed")
@@ -241,7 +246,7 @@ class CEepromRead : public CFirmwareRead
     int Run(CTool& oTool) override
     {
         if (!m_oOperation.strFile.empty())
-            return CFirmwareRead::Run(oTool);
+            return CFirmwareOperation::Run(oTool);
         CFirmwareTarget oTarget(oTool);
         if (const int nStatus = oTarget.Open(); nStatus != 0)
             return nStatus;
@@ -263,17 +268,16 @@ class CEepromRead : public CFirmwareRead
     }
 };
 
-class CEepromWrite : public CVerb
+class CEepromWrite : public CFirmwareOperation
 {
   public:
     explicit CEepromWrite(CLI::App& oGroup)
-        : CVerb(oGroup, "write", "Write a file to a gateway's EEPROM, and verify it")
+        : CFirmwareOperation(oGroup, SMemoryOperation::EAction::eWrite,
+                             "Write a file to a gateway's EEPROM, and verify it", "eeprom")
     {
-        m_oOperation.strMemories = "eeprom";
         m_oApp.add_option("FILE", m_oOperation.strFile, "The file, - for standard input")
             ->type_name("")
             ->required();
-        AddFormatOption(m_oApp, m_strFormat);
         m_oApp.add_option("--address", m_oOptions.nFirst, "Where a file without addresses begins; default 0")
             ->type_name("ADDRESS");
         m_oApp.add_flag("-V,--no-verify", m_oOptions.bNoVerify,
@@ -287,21 +291,6 @@ class CEepromWrite : public CVerb
             "numbers, and m: then FILE is not a file but the bytes themselves.\n\nquorvel -g 192.168.0.10 "
             "firmware eeprom write --address 0x100 --format m 0x12,0x34");
     }
-
-    int Run(CTool& oTool) override
-    {
-        if (!m_strFormat.empty())
-            m_oOperation.cFormat = m_strFormat[0];
-        CFirmwareTarget oTarget(oTool);
-        CProgrammer oProgrammer(oTool, oTarget, m_oOptions);
-        const int nStatus = oProgrammer.Prepare({m_oOperation});
-        return nStatus != 0 ? nStatus : oProgrammer.Run();
-    }
-
-  private:
-    SMemoryOperation m_oOperation;
-    std::string m_strFormat;
-    CProgrammer::SOptions m_oOptions;
 };
 
 class CFirmwareUpdate : public CVerb

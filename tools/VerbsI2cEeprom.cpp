@@ -146,6 +146,15 @@ class CEepromVerb : public CVerb
         return eStatusDone;
     }
 
+    // Finds the memory, loads the file and connects.
+    int OpenForImage(const CTool& oTool, CMemory& oMemory, CImage& oImage)
+    {
+        int nStatus = ParseMemory(oTool);
+        if (nStatus == 0)
+            nStatus = LoadImage(oTool, oImage);
+        return nStatus != 0 ? nStatus : oMemory.OpenGateway();
+    }
+
     // Reads ranges, as long as they are.
     int ReadRanges(CTool& oTool, CMemory& oMemory, std::vector<CImage::SRange>& aoRanges) const
     {
@@ -284,13 +293,8 @@ class CEepromWrite : public CEepromVerb
     int Run(CTool& oTool) override
     {
         CImage oImage;
-        int nStatus = ParseMemory(oTool);
-        if (nStatus == 0)
-            nStatus = LoadImage(oTool, oImage);
-        if (nStatus != 0)
-            return nStatus;
         CMemory oMemory(oTool);
-        nStatus = oMemory.OpenGateway();
+        int nStatus = OpenForImage(oTool, oMemory, oImage);
         if (nStatus == 0)
             nStatus = WriteRanges(oTool, oMemory, oImage.GetRanges());
         if (nStatus != 0)
@@ -319,13 +323,8 @@ class CEepromVerify : public CEepromVerb
     int Run(CTool& oTool) override
     {
         CImage oImage;
-        int nStatus = ParseMemory(oTool);
-        if (nStatus == 0)
-            nStatus = LoadImage(oTool, oImage);
-        if (nStatus != 0)
-            return nStatus;
         CMemory oMemory(oTool);
-        nStatus = oMemory.OpenGateway();
+        int nStatus = OpenForImage(oTool, oMemory, oImage);
         return nStatus != 0 ? nStatus : VerifyImage(oTool, oMemory, oImage);
     }
 };

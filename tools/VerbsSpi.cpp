@@ -367,13 +367,17 @@ class CFlashVerb : public CVerb
         return eStatusDone;
     }
 
-    // Opens the flash for the image.
-    int OpenForImage(const CTool& oTool, CSpiFlash& oFlash) const
+    // Loads the image, and opens the flash for it.
+    int OpenForImage(const CTool& oTool, CSpiFlash& oFlash)
     {
-        const int nStatus = oFlash.Open();
-        const std::uint64_t nLast = m_oImage.GetRanges().back().GetLast();
-        if (nStatus != 0 || nLast < oFlash.GetSize())
+        int nStatus = LoadImage(oTool);
+        if (nStatus == 0)
+            nStatus = oFlash.Open();
+        if (nStatus != 0)
             return nStatus;
+        const std::uint64_t nLast = m_oImage.GetRanges().back().GetLast();
+        if (nLast < oFlash.GetSize())
+            return eStatusDone;
         return oTool.Fail(eStatusFile, fmt::format("{}: the image reaches to 0x{:x}, the flash to 0x{:x}",
                                                    m_strFile, nLast, oFlash.GetSize() - 1));
     }
@@ -467,11 +471,11 @@ class CFlashRead : public CFlashVerb
             nStatus = oFile.Open(m_strFile);
         if (nStatus != 0)
             return nStatus;
-        std::string strBytes(m_nLength, '\0');
-        nStatus = oFlash.Read(m_nAddress, strBytes);
+        std::vector<CImage::SRange> aoRanges{{m_nAddress, std::string(m_nLength, '\0')}};
+        nStatus = oFlash.Read(m_nAddress, aoRanges[0].strBytes);
         if (nStatus != 0)
             return nStatus;
-        m_oImage.Set({{m_nAddress, std::move(strBytes)}});
+        m_oImage.Set(std::move(aoRanges));
         return m_oImage.Save(oTool, oFile, GetOutputFormat(m_strFile, m_eFormat));
     }
 };
@@ -501,11 +505,8 @@ class CFlashWrite : public CFlashVerb
 
     int Run(CTool& oTool) override
     {
-        int nStatus = LoadImage(oTool);
-        if (nStatus != 0)
-            return nStatus;
         CSpiFlash oFlash(oTool, m_oFlash);
-        nStatus = OpenForImage(oTool, oFlash);
+        int nStatus = OpenForImage(oTool, oFlash);
         if (nStatus != 0)
             return nStatus;
         oTool.Note(fmt::format("Writing {} bytes to flash", m_oImage.GetSize()));
@@ -580,11 +581,8 @@ class CFlashVerify : public CFlashVerb
 
     int Run(CTool& oTool) override
     {
-        int nStatus = LoadImage(oTool);
-        if (nStatus != 0)
-            return nStatus;
         CSpiFlash oFlash(oTool, m_oFlash);
-        nStatus = OpenForImage(oTool, oFlash);
+        const int nStatus = OpenForImage(oTool, oFlash);
         return nStatus != 0 ? nStatus : Verify(oTool, oFlash);
     }
 };
