@@ -110,7 +110,7 @@ std::optional<SAddresses> CProgrammer::SOptions::GetRange(const SMemory& oMemory
     return SAddresses{nStart, nStart + nLength.value_or(nRest) - 1};
 }
 
-void CProgrammer::PrintJson(const char* pOperation, const SMemory& oMemory, CJson oMore) const
+void CProgrammer::PrintJson(const char* pOperation, const SMemory& oMemory, const CJson& oMore) const
 {
     if (!m_oTool.GetOptions().bJson)
         return;
@@ -608,7 +608,7 @@ int CTargetFlash::Run(CTool& oTool)
         std::string strError;
         const auto oOperation = ParseMemoryOperation(strOperation, strError);
         if (!oOperation)
-            return oTool.Fail(eStatusUsage, strOperation + ": " + strError);
+            return oTool.Fail(eStatusUsage, fmt::format("{}: {}", strOperation, strError));
         aoOperations.push_back(*oOperation);
     }
     const auto pTarget = MakeTarget(oTool);

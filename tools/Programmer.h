@@ -129,7 +129,7 @@ class CProgrammer
     int Write(const SMemory& oMemory, const CImage& oPages, const CImage& oImage);
     int Verify(const SJob& oJob, const SMemory& oMemory, const CImage& oImage);
     int ReadRanges(const SMemory& oMemory, const CImage& oWanted, CImage& oRead);
-    void PrintJson(const char* pOperation, const SMemory& oMemory, CJson oMore) const;
+    void PrintJson(const char* pOperation, const SMemory& oMemory, const CJson& oMore) const;
 
     CTool& m_oTool;
     CTarget& m_oTarget;

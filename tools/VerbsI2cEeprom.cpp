@@ -68,6 +68,7 @@ class CEepromVerb : public CVerb
         : CVerb(oGroup, strName, strText)
     {
         std::vector<std::string> astrNames;
+        astrNames.reserve(TYPES.size());
         for (const SMemoryType& oType : TYPES)
             astrNames.emplace_back(oType.pName);
         m_oApp
