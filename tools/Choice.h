@@ -20,6 +20,7 @@ inline CLI::Validator Choice(const std::map<std::string, unsigned>& aoWords)
                 return {};
             }
             std::vector<std::string> astrWords;
+            astrWords.reserve(aoWords.size());
             for (const auto& oWord : aoWords)
                 astrWords.push_back(oWord.first);
             return fmt::format("'{}' is none of {}", strWord, fmt::join(astrWords, ", "));

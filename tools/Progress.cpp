@@ -31,7 +31,10 @@ CProgress::CProgress(CTool& oTool, std::string strTitle, std::uint64_t nTotal)
 
 CProgress::~CProgress()
 {
-    Fail();
+    try {
+        Fail();
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): standard error is gone
+    }
 }
 
 void CProgress::Update(std::uint64_t nDone)

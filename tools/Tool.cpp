@@ -134,6 +134,7 @@ int CTool::Parse(int argc, char** argv)
         const auto astrRest = m_oApp.remaining(true);
         if (!apVerbs.empty() && !astrRest.empty() && astrRest[0][0] != '-') {
             std::vector<std::string> astrNames;
+            astrNames.reserve(apVerbs.size());
             for (const CLI::App* pVerb : apVerbs)
                 astrNames.push_back(pVerb->get_name());
             std::string strText = fmt::format("{} is not a {}", Quote(astrRest[0]), strKind);
