@@ -2,6 +2,8 @@
 // gateway and sends frames at a fixed rate, every millisecond as many as are due; the lines of the file are counted
 // and their order is looked at.
 
+#include "BenchTelegram.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -42,19 +44,6 @@ void SendAll(int nSocket, const std::string& strBytes)
             return;
         nSent += static_cast<std::size_t>(n);
     }
-}
-
-std::string Telegram(unsigned nCmdCode, unsigned nID, const std::string& strData)
-{
-    const std::size_t nLen = strData.size() + 5;
-    std::string strBytes;
-    for (const std::size_t n : {nLen, std::size_t{nCmdCode}, std::size_t{nID}})
-        strBytes.append({static_cast<char>(n & 0xFF), static_cast<char>(n >> 8)});
-    strBytes += strData;
-    char cCheck = 0;
-    for (std::size_t i = 2; i < strBytes.size(); ++i)
-        cCheck = static_cast<char>(cCheck ^ strBytes[i]);
-    return strBytes + cCheck;
 }
 
 // A frame of 29 bits whose identifier counts, with 8 bytes and a time stamp.

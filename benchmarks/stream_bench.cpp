@@ -2,6 +2,7 @@
 // thread, into a callback and through the queue, against a plain recv loop that only cuts the same stream into
 // telegrams. Prints each figure with its goal.
 
+#include "BenchTelegram.h"
 #include "QuorvelClientCANDll.h"
 
 #include <algorithm>
@@ -38,19 +39,6 @@ int g_nRounds = 7;
 {
     std::perror(pWhat);
     std::exit(2);
-}
-
-std::string Telegram(unsigned short nCmdCode, unsigned short nID, const std::string& strData)
-{
-    const std::size_t nLen = strData.size() + 5;
-    std::string strBytes;
-    for (const std::size_t n : {nLen, std::size_t{nCmdCode}, std::size_t{nID}})
-        strBytes.append({static_cast<char>(n & 0xFF), static_cast<char>(n >> 8)});
-    strBytes += strData;
-    char cCheck = 0;
-    for (std::size_t i = 2; i < strBytes.size(); ++i)
-        cCheck = static_cast<char>(cCheck ^ strBytes[i]);
-    return strBytes + cCheck;
 }
 
 // Frames whose identifier counts them.
