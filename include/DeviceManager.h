@@ -46,9 +46,9 @@ class QUORVEL_API CDeviceManager
     /**
      * Creates a client, connects it and enters it under a new handle. The client's Open is not called.
      *
-     * @param pnHandle     receives the handle: the new one; -1 when connecting failed or std::bad_alloc
-     * is thrown; the number that was used up, but leads nowhere, when the kind is unknown; untouched when the
-     * port index is invalid
+     * @param pnHandle     receives the handle: the new one; -1 when connecting failed or memory is used up; the
+     *                     number that was used up, but leads nowhere, when the kind is unknown; untouched when
+     *                     the port index is invalid
      * @param pcIPAddress  IPv4 or IPv6 address or host name
      * @param nTimeout     the client's time-out in milliseconds
      * @param nDeviceType  device kind: 1 (CQuorvelClientI2C), 2 (CQuorvelClientCANDll), 3 (CQuorvelClientSPI),
@@ -57,8 +57,8 @@ class QUORVEL_API CDeviceManager
      * @param nPortIndex   0 to 99; the TCP port is 4999 + kind + 100 x index
      * @param nProtocol    protocol selector, 1
      * @param bConnectFlag connect flag
-     * @return 0; 0x00920000 invalid port index (or null pnHandle); 0x00910000 no client for this kind; a
-     *         connection failure
+     * @return 0; 0x00920000 invalid port index (or null pnHandle); 0x00910000 no client for this kind;
+     *         0x000000FF no memory left; a connection failure
      */
     static int OpenDevice(int* pnHandle, const char* pcIPAddress, int nTimeout, unsigned char nDeviceType,
                           unsigned char nPortIndex, unsigned char nProtocol, bool bConnectFlag);
@@ -66,7 +66,7 @@ class QUORVEL_API CDeviceManager
     /**
      * Enters a caller's own entry under a new handle. The table owns the entry from now on, but not its
      * client, which the caller keeps alive until the handle is closed, and deletes.
-     * @param pnHandle receives the handle
+     * @param pnHandle receives the handle; -1 when memory is used up: then the entry stays the caller's
      * @param pDevice  the entry, created by new
      */
     static void SetDevice(int* pnHandle, CDevice* pDevice);

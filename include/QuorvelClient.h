@@ -31,9 +31,9 @@
  * error, not connected, time-out, bad confirmation); anything else the gateway's own code with the device
  * kind in bits 8 to 15.
  *
- * When memory runs out, std::bad_alloc leaves a command or a constructor; the request may have been sent, and the
- * client can be used on. Connect gives 0x00020000 then. Closing and destroying need no memory. A telegram that
- * comes while there is none for it is lost.
+ * When memory runs out, the result is 0x000000FF; the request may have been sent, and the client can be used on.
+ * Connect gives 0x00020000 then. Closing and destroying need no memory. A telegram that comes while there is none
+ * for it is lost. Only constructors throw std::bad_alloc, and functions that return a text.
  *
  * Threads: every command may be called from any thread; several threads on one client are served one after
  * the other, in turn, and waiting for one's turn does not count against the time-out. Indications

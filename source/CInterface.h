@@ -3,25 +3,14 @@
 #define QUORVEL_C_INTERFACE_H
 
 #include "DeviceManager.h"
+#include "Guarded.h"
 
 #include <string>
 
 namespace NCInterface
 {
 
-constexpr int RC_COMMAND_FAILED = 0x000000FF;
 constexpr int RC_INVALID_HANDLE = 0x00900000;
-
-// Runs a function; an exception (memory is used up) becomes a result, as C callers cannot catch it.
-template<class FCall>
-int Guarded(FCall fnCall, int nFailure = RC_COMMAND_FAILED) noexcept
-{
-    try {
-        return fnCall();
-    } catch (...) {
-        return nFailure;
-    }
-}
 
 // Runs a request on the client of a handle. An entry without client succeeds without doing anything.
 template<class FRequest>

@@ -2,30 +2,45 @@
 
 #include "Trace.h"
 
+#include <new>
 #include <utility>
 
 CCommand::CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLevel, const char* pText,
                    unsigned int nLine)
     : m_oClient(oClient), m_pUnit(pUnit), m_nLine(nLine), m_nLevel(nLevel)
 {
-    if (CTraceServer::IsEnabled(nLevel)) {
+    if (!CTraceServer::IsEnabled(nLevel))
+        return;
+    try {
         m_oText.emplace();
         *m_oText << pText << oClient.GetConnection().GetPartnerAddress();
+    } catch (const std::bad_alloc&) { // without the trace, then
+        m_oText.reset();
     }
 }
 
-CQuorvelMsg CCommand::Request(unsigned short nCmdCode, std::string&& strData)
+CQuorvelMsg CCommand::Request(unsigned short nCmdCode, CPieces astrData)
 {
     if (m_oText)
-        Trace(m_nLevel, m_pUnit, m_oText->str(), m_nLine);
+        Trace(
+            m_nLevel, m_pUnit, [this] { return m_oText->str(); }, m_nLine);
+    std::size_t nLen = 0;
+    for (const std::string_view strPiece : astrData)
+        nLen += strPiece.size();
+    std::string strData;
+    strData.reserve(nLen);
+    for (const std::string_view strPiece : astrData)
+        strData += strPiece;
     return {nCmdCode, m_oClient.TakeMsgID(), std::move(strData)};
 }
 
-int CCommand::Exchange(unsigned short nCmdCode, std::string strData, const unsigned int* pTimeout)
+int CCommand::Exchange(unsigned short nCmdCode, CPieces astrData, const unsigned int* pTimeout)
 {
-    CQuorvelMsg* pCnf = nullptr;
-    const int nRC = m_oClient.SendMsg(Request(nCmdCode, std::move(strData)), pCnf, pTimeout);
-    return Take(nRC, pCnf);
+    return Guarded([&] {
+        CQuorvelMsg* pCnf = nullptr;
+        const int nRC = m_oClient.SendMsg(Request(nCmdCode, astrData), pCnf, pTimeout);
+        return Take(nRC, pCnf);
+    });
 }
 
 int CCommand::Collect(unsigned short nCmdCode, short nID, unsigned int nLine)
@@ -41,11 +56,13 @@ int CCommand::Take(int nRC, CQuorvelMsg* pCnf)
     return m_bConfirmed ? m_oClient.GetCnfRetCode(*pCnf) : nRC;
 }
 
-int CCommand::Send(unsigned short nCmdCode, std::string strData, short& nID)
+int CCommand::Send(unsigned short nCmdCode, CPieces astrData, short& nID)
 {
-    const CQuorvelMsg oReq = Request(nCmdCode, std::move(strData));
-    nID = oReq.GetMsgID();
-    return m_oClient.SendMsg(oReq);
+    return Guarded([&] {
+        const CQuorvelMsg oReq = Request(nCmdCode, astrData);
+        nID = oReq.GetMsgID();
+        return m_oClient.SendMsg(oReq);
+    });
 }
 
 CDataReader CCommand::Data() const

@@ -3,17 +3,23 @@
 #define QUORVEL_COMMAND_H
 
 #include "DataReader.h"
+#include "Guarded.h"
 #include "QuorvelClient.h"
 
+#include <initializer_list>
 #include <ios>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 class CCommand
 {
   public:
+    // The data of a request, in the order in which they follow each other.
+    using CPieces = std::initializer_list<std::string_view>;
+
     // pText is traced with the gateway's address and what follows by operator<<.
     CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLevel, const char* pText,
              unsigned int nLine = __builtin_LINE());
@@ -37,13 +43,18 @@ class CCommand
     }
 
     // Sends the request and waits. The result is the exchange's, or else what the confirmation says.
-    int Exchange(unsigned short nCmdCode, std::string strData = {}, const unsigned int* pTimeout = nullptr);
+    int Exchange(unsigned short nCmdCode, CPieces astrData, const unsigned int* pTimeout = nullptr);
+    int Exchange(unsigned short nCmdCode, std::string_view strData = {})
+    {
+        return Exchange(nCmdCode, CPieces{strData});
+    }
 
-    // Traces the request and gives it the next telegram id, for those who send it themselves.
-    CQuorvelMsg Request(unsigned short nCmdCode, std::string&& strData);
+    // Traces the request and gives it the next telegram id, for those who send it themselves. May throw when
+    // memory is used up.
+    CQuorvelMsg Request(unsigned short nCmdCode, CPieces astrData);
 
     // Sends the request and does not wait.
-    int Send(unsigned short nCmdCode, std::string strData, short& nID);
+    int Send(unsigned short nCmdCode, CPieces astrData, short& nID);
 
     // Waits for the confirmation of a request sent before.
     int Collect(unsigned short nCmdCode, short nID, unsigned int nLine = __builtin_LINE());
@@ -73,9 +84,19 @@ inline std::string ToByte(unsigned int nValue)
 }
 
 // A caller's bytes as telegram data.
-inline std::string ToData(const char* pData, std::size_t nLen)
+inline std::string_view ToData(const char* pData, std::size_t nLen)
 {
-    return pData != nullptr ? std::string(pData, nLen) : std::string();
+    return pData != nullptr ? std::string_view(pData, nLen) : std::string_view();
+}
+
+// A caller's numbers as telegram data.
+template<class T>
+std::string ToData(const T* pValues, std::size_t nCount)
+{
+    std::string strData;
+    for (std::size_t i = 0; pValues != nullptr && i < nCount; ++i)
+        strData += CQuorvelMsg::ToChar(pValues[i]);
+    return strData;
 }
 
 #endif

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 #include <string_view>
 
 class CDataReader
@@ -44,9 +43,9 @@ class CDataReader
     }
 
     // Everything from an offset on.
-    std::string Rest(std::size_t nOffset) const
+    std::string_view Rest(std::size_t nOffset) const
     {
-        return nOffset < m_strData.size() ? std::string(m_strData.substr(nOffset)) : std::string();
+        return nOffset < m_strData.size() ? m_strData.substr(nOffset) : std::string_view();
     }
 
   private:

@@ -1,5 +1,6 @@
 #include "DeviceManager.h"
 
+#include "Guarded.h"
 #include "QuorvelClientAWire.h"
 #include "QuorvelClientCANDll.h"
 #include "QuorvelClientI2C.h"
@@ -115,15 +116,17 @@ try {
     return 0;
 } catch (const std::bad_alloc&) {
     *pnHandle = -1;
-    throw;
+    return RC_COMMAND_FAILED;
 }
 
 void CDeviceManager::SetDevice(int* pnHandle, CDevice* pDevice)
-{
+try {
     const int nHandle = NewHandle(pnHandle);
     pDevice->m_bOwnsClient = false;
     pDevice->m_nHandle = nHandle;
     Register(nHandle, pDevice);
+} catch (const std::bad_alloc&) {
+    *pnHandle = -1;
 }
 
 CDevice* CDeviceManager::GetDevice(int nHandle)

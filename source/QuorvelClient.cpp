@@ -157,7 +157,7 @@ int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg& oCnf, const un
     const int nRC = SendMsg(oReq, pCnf, pTimeout);
     const std::unique_ptr<CQuorvelMsg> pOwned(pCnf);
     if (pOwned)
-        oCnf = *pOwned;
+        oCnf = std::move(*pOwned);
     return nRC;
 }
 
@@ -343,9 +343,11 @@ int CQuorvelClient::Status(std::string& strStatus)
 {
     CCommand oCommand(*this, UNIT, 8, "STATUS requested to ");
     const int nRC = oCommand.Exchange(Code(m_eDeviceType, 0x0A));
-    if (nRC == 0 && oCommand.Data().GetLength() > 1)
-        strStatus = oCommand.Data().Rest(1);
-    return nRC;
+    return Guarded([&] {
+        if (nRC == 0 && oCommand.Data().GetLength() > 1)
+            strStatus = oCommand.Data().Rest(1);
+        return nRC;
+    });
 }
 
 int CQuorvelClient::BaseReadDigital(unsigned int& nInputs, unsigned int& nOutputs)
@@ -387,8 +389,5 @@ int CQuorvelClient::WriteAnalog(const unsigned int* pValues, unsigned short nCou
 {
     CCommand oCommand(*this, UNIT, 4, "WRITE ANALOG requested to ");
     oCommand << ", OutputCount=0x" << nCount; // decimal behind "0x": log readers rely on it
-    std::string strData;
-    for (unsigned int i = 0; pValues != nullptr && i < nCount; ++i)
-        strData += CQuorvelMsg::ToChar(pValues[i]);
-    return oCommand.Exchange(Code(m_eDeviceType, 0x43), std::move(strData));
+    return Guarded([&] { return oCommand.Exchange(Code(m_eDeviceType, 0x43), ToData(pValues, nCount)); });
 }

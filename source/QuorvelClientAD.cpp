@@ -54,7 +54,9 @@ int CQuorvelClientAD::Read(std::vector<unsigned int>& aoValues)
     if (oData.GetLength() == 0)
         throw std::out_of_range("confirmation without data"); // existing applications catch it
     // Values that come with an error are passed on too: existing applications rely on it.
-    for (std::size_t i = 0; i < (oData.GetLength() - 1) / 4; ++i)
-        aoValues.push_back(oData.DWord(1 + 4 * i));
-    return nRC;
+    return Guarded([&] {
+        for (std::size_t i = 0; i < (oData.GetLength() - 1) / 4; ++i)
+            aoValues.push_back(oData.DWord(1 + 4 * i));
+        return nRC;
+    });
 }

@@ -61,9 +61,9 @@ int CQuorvelClientAWire::SetConfig(unsigned int nBaudrate, unsigned int nFlashAd
                                    unsigned int nFlashSize, unsigned int nPageSize, std::string strName)
 {
     CCommand oCommand(*this, UNIT, 4, "SET CONFIG requested to ");
-    const int nRC = oCommand.Exchange(
-        0x0E05, CQuorvelMsg::ToChar(nBaudrate) + CQuorvelMsg::ToChar(nFlashAddress) +
-                    CQuorvelMsg::ToChar(nFlashSize) + CQuorvelMsg::ToChar(nPageSize) + std::move(strName));
+    const int nRC =
+        oCommand.Exchange(0x0E05, {CQuorvelMsg::ToChar(nBaudrate), CQuorvelMsg::ToChar(nFlashAddress),
+                                   CQuorvelMsg::ToChar(nFlashSize), CQuorvelMsg::ToChar(nPageSize), strName});
     if (nRC == 0)
         m_nPageSize = nPageSize;
     return nRC;
@@ -76,14 +76,16 @@ int CQuorvelClientAWire::GetConfig(unsigned int& nBaudrate, unsigned int& nFlash
     CCommand oCommand(*this, UNIT, 4, "SET CONFIG requested to ");
     const int nRC = oCommand.Exchange(0x0E06);
     const CDataReader oData = oCommand.Data();
-    if (nRC == 0 && oData.GetLength() > 16) {
-        nBaudrate = oData.DWord(1);
-        nFlashAddress = oData.DWord(5);
-        nFlashSize = oData.DWord(9);
-        m_nPageSize = nPageSize = oData.DWord(13);
-        strName = oData.Rest(17);
-    }
-    return nRC;
+    return Guarded([&] {
+        if (nRC == 0 && oData.GetLength() > 16) {
+            strName = oData.Rest(17);
+            nBaudrate = oData.DWord(1);
+            nFlashAddress = oData.DWord(5);
+            nFlashSize = oData.DWord(9);
+            m_nPageSize = nPageSize = oData.DWord(13);
+        }
+        return nRC;
+    });
 }
 
 int CQuorvelClientAWire::WriteBlock(unsigned int nOffset, unsigned short nLength, const char* pData,
@@ -116,19 +118,22 @@ int CQuorvelClientAWire::WriteUserPageInternal(unsigned int nOffset, unsigned sh
 int CQuorvelClientAWire::SendBlock(CCommand& oCommand, unsigned short nCmdCode, unsigned int nOffset,
                                    unsigned short nLength, const char* pData, short& nID)
 {
-    const CQuorvelMsg oReq = oCommand.Request(nCmdCode, Range(nOffset, nLength) + ToData(pData, nLength));
-    nID = oReq.GetMsgID();
-    {
-        // Before sending, because the report may come at once.
-        const CZelLock oLock(m_oMutexBlockProgress);
-        m_aoBlockProgress[nID] = {Progress::eInProgress, nLength, 0};
-    }
-    const int nRC = SendMsg(oReq);
-    if (nRC != 0) {
-        const CZelLock oLock(m_oMutexBlockProgress);
-        m_aoBlockProgress.erase(nID);
-    }
-    return nRC;
+    return Guarded([&] {
+        const CQuorvelMsg oReq =
+            oCommand.Request(nCmdCode, {Range(nOffset, nLength), ToData(pData, nLength)});
+        nID = oReq.GetMsgID();
+        {
+            // Before sending, because the report may come at once.
+            const CZelLock oLock(m_oMutexBlockProgress);
+            m_aoBlockProgress[nID] = {Progress::eInProgress, nLength, 0};
+        }
+        const int nRC = SendMsg(oReq);
+        if (nRC != 0) {
+            const CZelLock oLock(m_oMutexBlockProgress);
+            m_aoBlockProgress.erase(nID);
+        }
+        return nRC;
+    });
 }
 
 bool CQuorvelClientAWire::DataIndRespond(CQuorvelMsg* pMsg)
@@ -206,7 +211,7 @@ int CQuorvelClientAWire::Verify(unsigned int nOffset, unsigned short nLength, co
     const int nRC = ExchangeRead(oCommand, nOffset, nLength);
     if (nRC != 0)
         return nRC;
-    const std::string strRead = oCommand.Data().Rest(1);
+    const std::string_view strRead = oCommand.Data().Rest(1);
     if (strRead.size() < nLength)
         return RC_READ_FAILED;
     return strRead.compare(0, nLength, ToData(pData, nLength)) == 0 ? 0 : RC_DIFFERENT;
@@ -230,14 +235,16 @@ int CQuorvelClientAWire::WriteFile(const std::string& strFilename)
         if (nRC != 0 || m_nPageSize == 0)
             return nRC;
     }
-    auto pThread = std::make_unique<CWriteFileThread>(*this, strFilename);
-    const CZelLock oLock(m_oMutexWriteFile);
-    if (m_pWriteFileThread != nullptr) // another thread was faster
-        return RC_TRANSFER_IN_PROGRESS;
-    if (!pThread->Create())
-        return RC_NONE;
-    m_pWriteFileThread = std::move(pThread);
-    return 0;
+    return Guarded([&] {
+        auto pThread = std::make_unique<CWriteFileThread>(*this, strFilename);
+        const CZelLock oLock(m_oMutexWriteFile);
+        if (m_pWriteFileThread != nullptr) // another thread was faster
+            return RC_TRANSFER_IN_PROGRESS;
+        if (!pThread->Create())
+            return RC_NONE;
+        m_pWriteFileThread = std::move(pThread);
+        return 0;
+    });
 }
 
 int CQuorvelClientAWire::GetWriteFileStatus(FileStep::EFileStep& eStep, unsigned char& nPercent)

@@ -32,15 +32,15 @@ void Store(int* pTo, long long nValue)
 // The fields that all SDO requests share, and their waiting time: the gateway's for the node, and as much
 // again for its answer.
 struct SSDORequest {
-    int Exchange(CCommand& oCommand, unsigned short nCmdCode, const std::string& strType,
-                 const std::string& strData) const
+    int Exchange(CCommand& oCommand, unsigned short nCmdCode, std::string_view strType,
+                 std::string_view strData) const
     {
         const unsigned int nWait = 2U * nTimeout;
         oCommand << ", NodeID=" << +nNodeID << ", Index=" << nIndex << ", Subindex=" << +nSubindex
                  << ", Timeout=" << nTimeout;
         return oCommand.Exchange(nCmdCode,
-                                 strType + ToByte(nNodeID) + CQuorvelMsg::ToChar(nIndex) + ToByte(nSubindex) +
-                                     CQuorvelMsg::ToChar(nTimeout) + strData,
+                                 {strType, ToByte(nNodeID), CQuorvelMsg::ToChar(nIndex), ToByte(nSubindex),
+                                  CQuorvelMsg::ToChar(nTimeout), strData},
                                  &nWait);
     }
 
@@ -94,7 +94,7 @@ int CQuorvelClientCAN::SetConfig(bool bConfirmData, bool bMonitor)
 {
     CCommand oCommand(*this, UNIT, 4, "SET_CONFIG requested to ");
     oCommand << ", ConfirmData=" << bConfirmData << ", Monitor=" << bMonitor;
-    const int nRC = oCommand.Exchange(0x0205, ToByte(bConfirmData) + ToByte(bMonitor));
+    const int nRC = oCommand.Exchange(0x0205, {ToByte(bConfirmData), ToByte(bMonitor)});
     if (nRC == 0)
         m_bConfirmData = bConfirmData;
     return nRC;
@@ -115,10 +115,9 @@ int CQuorvelClientCAN::GetConfig(bool& bConfirmData, bool& bMonitor)
 int CQuorvelClientCAN::SetFilter(const SConfigFilter& oFilter)
 {
     CCommand oCommand(*this, UNIT, 4, "SET_FILTER requested to ");
-    std::string strData;
-    for (const unsigned int nValue : oFilter.anValues)
-        strData += CQuorvelMsg::ToChar(nValue);
-    return oCommand.Exchange(0x0220, strData);
+    return Guarded([&] {
+        return oCommand.Exchange(0x0220, ToData(std::data(oFilter.anValues), std::size(oFilter.anValues)));
+    });
 }
 
 int CQuorvelClientCAN::GetFilter(SConfigFilter& oFilter)
@@ -140,8 +139,8 @@ int CQuorvelClientCAN::SetGlobals(unsigned int nBaudrate, unsigned char nOperati
     oCommand << ", Operating mode=" << +nOperatingMode << ", Baudrate=" << nBaudrate
              << ", Termination=" << bTermination << ", HighSpeed=" << bHighSpeed
              << ", TimestampOn=" << bTimestampOn;
-    return oCommand.Exchange(0x0207, ToByte(nOperatingMode) + CQuorvelMsg::ToChar(nBaudrate) +
-                                         ToByte(bTermination) + ToByte(bHighSpeed) + ToByte(bTimestampOn));
+    return oCommand.Exchange(0x0207, {ToByte(nOperatingMode), CQuorvelMsg::ToChar(nBaudrate),
+                                      ToByte(bTermination), ToByte(bHighSpeed), ToByte(bTimestampOn)});
 }
 
 int CQuorvelClientCAN::GetGlobals(unsigned int& nBaudrate, unsigned char& nOperatingMode, bool& bTermination,
@@ -167,8 +166,8 @@ int CQuorvelClientCAN::SetZCardParameter(unsigned char nInterval, unsigned short
     oCommand << ", ZCardInterval=" << +nInterval << ", ZCardIDStart=" << nFirstID
              << ", ZCardIDEnd=" << nLastID;
     // The last identifier twice: gateways expect it.
-    return oCommand.Exchange(0x0251, ToByte(nInterval) + CQuorvelMsg::ToChar(nFirstID) +
-                                         CQuorvelMsg::ToChar(nLastID) + CQuorvelMsg::ToChar(nLastID));
+    return oCommand.Exchange(0x0251, {ToByte(nInterval), CQuorvelMsg::ToChar(nFirstID),
+                                      CQuorvelMsg::ToChar(nLastID), CQuorvelMsg::ToChar(nLastID)});
 }
 
 int CQuorvelClientCAN::GetZCardParameter(unsigned char& nInterval, unsigned short& nFirstID,
@@ -189,8 +188,8 @@ int CQuorvelClientCAN::SetTime(const timeval& oTime)
 {
     CCommand oCommand(*this, UNIT, 4, "SET_TIME requested to ");
     oCommand << ", oTime.tv_sec=" << oTime.tv_sec << ", oTime.tv_usec=" << oTime.tv_usec;
-    return oCommand.Exchange(0x020B, CQuorvelMsg::ToChar(static_cast<int>(oTime.tv_sec)) +
-                                         CQuorvelMsg::ToChar(static_cast<int>(oTime.tv_usec)));
+    return oCommand.Exchange(0x020B, {CQuorvelMsg::ToChar(static_cast<int>(oTime.tv_sec)),
+                                      CQuorvelMsg::ToChar(static_cast<int>(oTime.tv_usec))});
 }
 
 int CQuorvelClientCAN::GetTime(bool& bStatus, timeval& oTime)
@@ -256,9 +255,9 @@ int CQuorvelClientCAN::Write(int nIdentifier, const char* pData, unsigned char n
     constexpr unsigned short CODE = 0x0203;
     CCommand oCommand(*this, UNIT, 4, "WRITE requested to ");
     oCommand << ",nIdentifier=0x" << std::hex << nIdentifier;
-    const std::string strData = CQuorvelMsg::ToChar(nIdentifier) + ToByte(nFlags) + ToData(pData, nLen);
+    const std::string strHeader = CQuorvelMsg::ToChar(nIdentifier) + ToByte(nFlags);
     if (m_bConfirmData) {
-        const int nRC = oCommand.Exchange(CODE, strData);
+        const int nRC = oCommand.Exchange(CODE, {strHeader, ToData(pData, nLen)});
         const CDataReader oData = oCommand.Data();
         if (oData.GetLength() > 8) { // also of a bad confirmation: existing applications rely on it
             Store(pSeconds, static_cast<int>(oData.DWord(1)));
@@ -267,7 +266,7 @@ int CQuorvelClientCAN::Write(int nIdentifier, const char* pData, unsigned char n
         return nRC;
     }
     short nID = 0;
-    const int nRC = oCommand.Send(CODE, strData, nID);
+    const int nRC = oCommand.Send(CODE, {strHeader, ToData(pData, nLen)}, nID);
     const CZelTimeDiff oNow = CZelLocalTime::CurrentLocalTime() - CZelLocalTime("01.01.1970");
     Store(pSeconds, oNow.GetTotalMilliSeconds() / 1000);
     Store(pMicroSeconds, oNow.GetTotalMicroSeconds() % 1000000);
@@ -311,7 +310,7 @@ int CQuorvelClientCAN::CANopenSendNMT(unsigned char nNodeID, unsigned char nNMTT
 {
     CCommand oCommand(*this, UNIT, 4, "CANOPEN_NMT requested to ");
     oCommand << ", NodeID=" << +nNodeID << ", NMTTyp=" << +nNMTType;
-    return oCommand.Exchange(0x0263, ToByte(nNodeID) + ToByte(nNMTType));
+    return oCommand.Exchange(0x0263, {ToByte(nNodeID), ToByte(nNMTType)});
 }
 
 int CQuorvelClientCAN::CANopenSendSYNC()
@@ -324,7 +323,7 @@ int CQuorvelClientCAN::CANopenSendTIME(unsigned short nDay, unsigned int nMs)
 {
     CCommand oCommand(*this, UNIT, 4, "CANOPEN_TIME requested to ");
     oCommand << ", Day=" << nDay << ", Ms=" << nMs;
-    return oCommand.Exchange(0x0265, CQuorvelMsg::ToChar(nDay) + CQuorvelMsg::ToChar(nMs));
+    return oCommand.Exchange(0x0265, {CQuorvelMsg::ToChar(nDay), CQuorvelMsg::ToChar(nMs)});
 }
 
 int CQuorvelClientCAN::CANopenSendPDO(unsigned char nNodeID, unsigned char nPDOType, unsigned char nLen,
@@ -332,7 +331,7 @@ int CQuorvelClientCAN::CANopenSendPDO(unsigned char nNodeID, unsigned char nPDOT
 {
     CCommand oCommand(*this, UNIT, 4, "CANOPEN_PDO requested to ");
     oCommand << ", NodeID=" << +nNodeID << ", PDOTyp=" << +nPDOType;
-    return oCommand.Exchange(0x0267, ToByte(nNodeID) + ToByte(nPDOType) + ToData(pData, nLen));
+    return oCommand.Exchange(0x0267, {ToByte(nNodeID), ToByte(nPDOType), ToData(pData, nLen)});
 }
 
 int CQuorvelClientCAN::CANopenSendSDORead(unsigned char nNodeID, unsigned short nIndex,

@@ -1,6 +1,7 @@
 #include "QuorvelClientCANDll.h"
 
 #include "DataReader.h"
+#include "Guarded.h"
 #include "Trace.h"
 
 #include <algorithm>
@@ -88,7 +89,7 @@ int ReadFrom(CQuorvelMsgQueue& oQueue, FDecode fnDecode)
     std::array<char, 128> acShort; // not cleared
     std::string strLong;
     std::string_view strData;
-    const int nLeft = oQueue.Take(acShort, strLong, strData);
+    const int nLeft = Guarded([&] { return oQueue.Take(acShort, strLong, strData); }, -1);
     if (nLeft >= 0)
         fnDecode(strData);
     return nLeft;

@@ -26,9 +26,9 @@ void ReadNumber(unsigned int& nNumber, const char* pRecord, std::size_t nOffset)
     nNumber = swablong(nNumber);
 }
 
-std::string WriteNumber(unsigned int nNumber)
+void WriteNumber(unsigned int nNumber, char* pRecord, std::size_t nOffset)
 {
-    return CQuorvelMsg::ToChar(swablong(nNumber));
+    CQuorvelMsg::ToChar(swablong(nNumber)).copy(pRecord + nOffset, sizeof nNumber);
 }
 
 } // namespace
@@ -85,7 +85,7 @@ int CQuorvelClientFirmware::ReadEEProm(unsigned int nOffset, char* pBuf, unsigne
 {
     CCommand oCommand(*this, UNIT, 4, "OP_FIRM_EEPROM_READ_REQ requested to ");
     oCommand << ",Offset=" << nOffset;
-    const int nRC = oCommand.Exchange(0x00E1, ToOffset(nOffset, EEPROM_FORMAT) + CQuorvelMsg::ToChar(nLen));
+    const int nRC = oCommand.Exchange(0x00E1, {ToOffset(nOffset, EEPROM_FORMAT), CQuorvelMsg::ToChar(nLen)});
     if (nRC != 0)
         return nRC | I2C_BAND;
     nRead = oCommand.Data().CopyLength(1, nLen);
@@ -97,7 +97,7 @@ int CQuorvelClientFirmware::WriteEEProm(unsigned int nOffset, const char* pData,
 {
     CCommand oCommand(*this, UNIT, 4, "OP_FIRM_EEPROM_WRITE_REQ requested to ");
     oCommand << ",Offset=" << nOffset;
-    const int nRC = oCommand.Exchange(0x00E2, ToOffset(nOffset, EEPROM_FORMAT) + ToData(pData, nLen));
+    const int nRC = oCommand.Exchange(0x00E2, {ToOffset(nOffset, EEPROM_FORMAT), ToData(pData, nLen)});
     return nRC == 0 ? 0 : nRC | I2C_BAND;
 }
 
@@ -124,7 +124,7 @@ int CQuorvelClientFirmware::WriteFlash(unsigned short nBlock, const char* pData)
 {
     CCommand oCommand(*this, UNIT, 4, "OP_FIRM_FLASH_WRITE_REQ requested to ");
     oCommand << ",block=0x" << std::hex << nBlock;
-    return oCommand.Exchange(0x00E5, CQuorvelMsg::ToChar(nBlock) + ToData(pData, FLASH_BLOCK));
+    return oCommand.Exchange(0x00E5, {CQuorvelMsg::ToChar(nBlock), ToData(pData, FLASH_BLOCK)});
 }
 
 int CQuorvelClientFirmware::Restart()
@@ -149,8 +149,10 @@ int CQuorvelClientFirmware::GetInfo(SQuorvelDeviceInfoEx& oInfo)
 
 int CQuorvelClientFirmware::SetInfo(const SQuorvelDeviceInfoEx& oInfo)
 {
-    const std::string strRecord = WriteNumber(oInfo.nSerialNumber) + WriteNumber(oInfo.nHWVersion) +
-                                  WriteNumber(oInfo.nSWVersion) +
-                                  std::string(oInfo.acReserved, sizeof oInfo.acReserved);
-    return WriteEEProm(0, strRecord.data(), static_cast<unsigned short>(strRecord.size()));
+    char acRecord[sizeof oInfo];
+    WriteNumber(oInfo.nSerialNumber, acRecord, 0);
+    WriteNumber(oInfo.nHWVersion, acRecord, 4);
+    WriteNumber(oInfo.nSWVersion, acRecord, 8);
+    std::copy_n(oInfo.acReserved, sizeof oInfo.acReserved, acRecord + 12);
+    return WriteEEProm(0, acRecord, sizeof acRecord);
 }

@@ -84,7 +84,8 @@ int CQuorvelClientI2C::Read(unsigned short nSlaveAddress, char* pBuffer, unsigne
     CCommand oCommand(*this, UNIT, 8, "READ requested to ");
     oCommand << ",slave address=0x" << std::hex << nSlaveAddress;
     nBytesRead = 0;
-    const int nRC = oCommand.Exchange(0x0110, CQuorvelMsg::ToChar(nSlaveAddress) + CQuorvelMsg::ToChar(nLen));
+    const int nRC =
+        oCommand.Exchange(0x0110, {CQuorvelMsg::ToChar(nSlaveAddress), CQuorvelMsg::ToChar(nLen)});
     if (oCommand.IsConfirmed()) {
         nBytesRead = oCommand.Data().CopyLength(1, nLen);
         oCommand.Data().Copy(1, pBuffer, nBytesRead);
@@ -97,7 +98,7 @@ int CQuorvelClientI2C::Write(unsigned short nSlaveAddress, const char* pData, un
 {
     CCommand oCommand(*this, UNIT, 8, "WRITE requested to ");
     oCommand << ",slave address=0x" << std::hex << nSlaveAddress;
-    const int nRC = oCommand.Exchange(0x0111, CQuorvelMsg::ToChar(nSlaveAddress) + ToData(pData, nLen));
+    const int nRC = oCommand.Exchange(0x0111, {CQuorvelMsg::ToChar(nSlaveAddress), ToData(pData, nLen)});
     if (oCommand.IsConfirmed() && oCommand.Data().GetLength() > 2)
         nErrorPosition = oCommand.Data().Word(1);
     return nRC;
@@ -112,7 +113,7 @@ int CQuorvelClientI2C::RAWStart()
 int CQuorvelClientI2C::RAWSend(unsigned char nValue, unsigned char nFlags)
 {
     CCommand oCommand(*this, UNIT, 8, "RAW_SEND requested to ");
-    return oCommand.Exchange(0x0116, ToByte(nValue) + ToByte(nFlags));
+    return oCommand.Exchange(0x0116, {ToByte(nValue), ToByte(nFlags)});
 }
 
 int CQuorvelClientI2C::RAWGet(unsigned char nFlags, unsigned char& nValue)
@@ -135,7 +136,7 @@ int CQuorvelClientI2C::WriteSequence(const char* pSequence, unsigned short nLen,
                                      unsigned short& nErrorIndex)
 {
     CCommand oCommand(*this, UNIT, 8, "SEQUENCE requested to ");
-    const int nRC = oCommand.Exchange(0x0114, CQuorvelMsg::ToChar(nReadLen) + ToData(pSequence, nLen));
+    const int nRC = oCommand.Exchange(0x0114, {CQuorvelMsg::ToChar(nReadLen), ToData(pSequence, nLen)});
     const CDataReader oData = oCommand.Data();
     if (oCommand.IsConfirmed() && oData.GetLength() > 2) {
         nBytesRead = oData.CopyLength(3, nReadLen);
@@ -150,32 +151,34 @@ int CQuorvelClientI2C::WriteSequence(I2CCommand* pCommands, unsigned short nCoun
 {
     if (pCommands == nullptr && nCount > 0)
         return RC_INVALID_PARAMETER;
-    std::string strSequence;
-    std::size_t nReadLen = 0;
-    for (std::size_t i = 0; i < nCount; ++i) {
-        const I2CCommand& oStep = pCommands[i];
-        strSequence += CQuorvelMsg::ToChar(oStep.nSlaveAddress) + CQuorvelMsg::ToChar(oStep.nDataLength);
-        if ((oStep.nSlaveAddress & 1) != 0)
-            nReadLen += oStep.nDataLength;
-        else
-            strSequence += ToData(oStep.pData, oStep.nDataLength);
-        if (strSequence.size() > MAX_SEQUENCE || nReadLen > MAX_SEQUENCE)
-            return RC_INVALID_PARAMETER;
-    }
-    std::string strRead(nReadLen, '\0');
-    unsigned short nRemaining = 0;
-    const int nRC =
-        WriteSequence(strSequence.data(), static_cast<unsigned short>(strSequence.size()), strRead.data(),
-                      static_cast<unsigned short>(nReadLen), nRemaining, nErrorIndex);
-    for (std::size_t i = 0; i < nCount; ++i) {
-        if ((pCommands[i].nSlaveAddress & 1) == 0)
-            continue;
-        // Always from the beginning, not behind what earlier steps got: existing applications rely on it.
-        const unsigned short nLen = std::min(pCommands[i].nDataLength, nRemaining);
-        CDataReader(strRead).Copy(0, pCommands[i].pData, nLen);
-        nRemaining = static_cast<unsigned short>(nRemaining - nLen);
-    }
-    return nRC;
+    return Guarded([&] {
+        std::string strSequence;
+        std::size_t nReadLen = 0;
+        for (std::size_t i = 0; i < nCount; ++i) {
+            const I2CCommand& oStep = pCommands[i];
+            strSequence += CQuorvelMsg::ToChar(oStep.nSlaveAddress) + CQuorvelMsg::ToChar(oStep.nDataLength);
+            if ((oStep.nSlaveAddress & 1) != 0)
+                nReadLen += oStep.nDataLength;
+            else
+                strSequence += ToData(oStep.pData, oStep.nDataLength);
+            if (strSequence.size() > MAX_SEQUENCE || nReadLen > MAX_SEQUENCE)
+                return RC_INVALID_PARAMETER;
+        }
+        std::string strRead(nReadLen, '\0');
+        unsigned short nRemaining = 0;
+        const int nRC =
+            WriteSequence(strSequence.data(), static_cast<unsigned short>(strSequence.size()), strRead.data(),
+                          static_cast<unsigned short>(nReadLen), nRemaining, nErrorIndex);
+        for (std::size_t i = 0; i < nCount; ++i) {
+            if ((pCommands[i].nSlaveAddress & 1) == 0)
+                continue;
+            // Always from the beginning, not behind what earlier steps got: existing applications rely on it.
+            const unsigned short nLen = std::min(pCommands[i].nDataLength, nRemaining);
+            CDataReader(strRead).Copy(0, pCommands[i].pData, nLen);
+            nRemaining = static_cast<unsigned short>(nRemaining - nLen);
+        }
+        return nRC;
+    });
 }
 
 int CQuorvelClientI2C::ReadDigital(unsigned int& nInputs, unsigned int& nOutputs)
@@ -231,8 +234,8 @@ int CQuorvelClientI2C::WriteEEProm(unsigned short nChip, unsigned int nOffset, u
     const unsigned short nSlaveAddress = GetEEPROMSlaveAddress(nChip, nOffset, nAddressing);
     CCommand oCommand(*this, UNIT, 8, "WRITE EEPROM requested to ");
     AddMemory(oCommand, nChip, nSlaveAddress);
-    return oCommand.Exchange(0x0113, CQuorvelMsg::ToChar(nSlaveAddress) + OffsetField(nOffset, nAddressing) +
-                                         ToData(pData, nLen));
+    return oCommand.Exchange(
+        0x0113, {CQuorvelMsg::ToChar(nSlaveAddress), OffsetField(nOffset, nAddressing), ToData(pData, nLen)});
 }
 
 int CQuorvelClientI2C::WriteEEPromPollAck(unsigned short nChip, unsigned int nOffset,
@@ -242,8 +245,8 @@ int CQuorvelClientI2C::WriteEEPromPollAck(unsigned short nChip, unsigned int nOf
     const unsigned short nSlaveAddress = GetEEPROMSlaveAddress(nChip, nOffset, nAddressing);
     CCommand oCommand(*this, UNIT, 8, "WRITE EEPROM requested to ");
     AddMemory(oCommand, nChip, nSlaveAddress);
-    return oCommand.Exchange(0x0119, CQuorvelMsg::ToChar(nSlaveAddress) + CQuorvelMsg::ToChar(nPollValue) +
-                                         OffsetField(nOffset, nAddressing) + ToData(pData, nLen));
+    return oCommand.Exchange(0x0119, {CQuorvelMsg::ToChar(nSlaveAddress), CQuorvelMsg::ToChar(nPollValue),
+                                      OffsetField(nOffset, nAddressing), ToData(pData, nLen)});
 }
 
 int CQuorvelClientI2C::ReadEEProm(unsigned short nChip, unsigned int nOffset, unsigned short nAddressing,
@@ -252,9 +255,8 @@ int CQuorvelClientI2C::ReadEEProm(unsigned short nChip, unsigned int nOffset, un
     const unsigned short nSlaveAddress = GetEEPROMSlaveAddress(nChip, nOffset, nAddressing);
     CCommand oCommand(*this, UNIT, 8, "READ EEPROM requested to ");
     AddMemory(oCommand, nChip, nSlaveAddress);
-    const int nRC =
-        oCommand.Exchange(0x0112, CQuorvelMsg::ToChar(nSlaveAddress) + OffsetField(nOffset, nAddressing) +
-                                      CQuorvelMsg::ToChar(nLen));
+    const int nRC = oCommand.Exchange(0x0112, {CQuorvelMsg::ToChar(nSlaveAddress),
+                                               OffsetField(nOffset, nAddressing), CQuorvelMsg::ToChar(nLen)});
     if (oCommand.IsConfirmed()) {
         const CDataReader oData = oCommand.Data();
         nBytesRead = oData.CopyLength(1, nLen);

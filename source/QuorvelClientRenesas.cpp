@@ -43,7 +43,7 @@ int CQuorvelClientRenesas::EraseAll()
 int CQuorvelClientRenesas::CheckID(const char* pID, unsigned char nIDLen)
 {
     std::string strID = "\x3A\x91\x5C\x07\xE2\x48\xB6"; // what a shorter ID is filled up with
-    const std::string strGiven = ToData(pID, std::min<std::size_t>(nIDLen, strID.size()));
+    const std::string_view strGiven = ToData(pID, std::min<std::size_t>(nIDLen, strID.size()));
     strID.replace(0, strGiven.size(), strGiven);
     CCommand oCommand(*this, UNIT, 4, "RENESAS CheckID requested to ");
     oCommand << "ID=0x" << strID; // raw characters behind "0x": log readers rely on it
@@ -67,10 +67,11 @@ int CQuorvelClientRenesas::WritePage(unsigned short nPage, const char* pData, un
 {
     // Always a whole page, filled up with zeros; what is too much is dropped without a word: existing
     // applications rely on it.
-    std::string strPage = ToData(pData, std::min<std::size_t>(nLen, PAGE_SIZE));
-    strPage.resize(PAGE_SIZE);
+    static const char s_acZeros[PAGE_SIZE] = {};
+    const std::string_view strGiven = ToData(pData, std::min<std::size_t>(nLen, PAGE_SIZE));
+    const std::string_view strZeros(s_acZeros, PAGE_SIZE - strGiven.size());
     CCommand oCommand(*this, UNIT, 8, "RENESASA WRITE requested to "); // so written, log readers rely on it
-    return oCommand.Exchange(0x0925, CQuorvelMsg::ToChar(nPage) + strPage);
+    return oCommand.Exchange(0x0925, {CQuorvelMsg::ToChar(nPage), strGiven, strZeros});
 }
 
 int CQuorvelClientRenesas::ReadPage(unsigned short nPage, char* pBuffer, unsigned short nBufferLen,
@@ -99,7 +100,7 @@ int CQuorvelClientRenesas::VerifyCheck(unsigned short nStart, unsigned short nEn
 {
     CCommand oCommand(*this, UNIT, 8, "RENESAS VERIFY CHECK requested to ");
     oCommand << std::hex << ",start address=0x" << nStart << ",end address=0x" << nEnd;
-    const int nRC = oCommand.Exchange(0x0928, CQuorvelMsg::ToChar(nStart) + CQuorvelMsg::ToChar(nEnd));
+    const int nRC = oCommand.Exchange(0x0928, {CQuorvelMsg::ToChar(nStart), CQuorvelMsg::ToChar(nEnd)});
     if (oCommand.IsConfirmed() && oCommand.Data().GetLength() > 2)
         nChecksum = oCommand.Data().Word(1);
     return nRC;

@@ -22,8 +22,8 @@ int NSPICommands::SetGlobals(CQuorvelClient& oClient, unsigned int nBaudrate, un
     // The bytes go into the text as raw characters, the baud rate in decimal: log readers rely on it.
     oCommand << ", SignalLevel=" << nSigLevel << ", AuXVoltage=" << nAuxVoltage
              << ", ClockMode=" << nClockMode << ", Baudrate=" << nBaudrate;
-    return oCommand.Exchange(0x0307, CQuorvelMsg::ToChar(nBaudrate) + ToByte(nSigLevel) +
-                                         ToByte(nAuxVoltage) + ToByte(nClockMode));
+    return oCommand.Exchange(
+        0x0307, {CQuorvelMsg::ToChar(nBaudrate), ToByte(nSigLevel), ToByte(nAuxVoltage), ToByte(nClockMode)});
 }
 
 int NSPICommands::GetGlobals(CQuorvelClient& oClient, unsigned int& nBaudrate, unsigned char& nSigLevel,
@@ -45,13 +45,10 @@ int NSPICommands::DataReq(CQuorvelClient& oClient, const char* pBufWrite, unsign
                           char* pBufRead, unsigned short nBufReadLen)
 {
     CCommand oCommand(oClient, UNIT, 8, "DATA REQ requested to ");
-    std::string strData;
-    strData.reserve(std::max(nBufWriteLen, nBufReadLen));
-    if (pBufWrite != nullptr)
-        strData.assign(pBufWrite, nBufWriteLen);
-    if (strData.size() < nBufReadLen)
-        strData.resize(nBufReadLen); // zeros, so that the gateway clocks as many bytes as are to be read
-    const int nRC = oCommand.Exchange(0x0303, std::move(strData));
+    const std::string_view strWrite = ToData(pBufWrite, nBufWriteLen);
+    const std::size_t nZeros = nBufReadLen > strWrite.size() ? nBufReadLen - strWrite.size() : 0;
+    // As many bytes are clocked as are to be read.
+    const int nRC = Guarded([&] { return oCommand.Exchange(0x0303, {strWrite, std::string(nZeros, '\0')}); });
     if (oCommand.IsConfirmed())
         oCommand.Data().Copy(1, pBufRead, oCommand.Data().CopyLength(1, nBufReadLen));
     return nRC;
@@ -62,7 +59,7 @@ int NSPICommands::SequenceReq(CQuorvelClient& oClient, const char* pSequence, un
 {
     CCommand oCommand(oClient, UNIT, 8, TEXT_SEQUENCE);
     short nID = 0;
-    const int nRC = oCommand.Send(CODE_SEQUENCE, ToData(pSequence, nLen), nID);
+    const int nRC = oCommand.Send(CODE_SEQUENCE, {ToData(pSequence, nLen)}, nID);
     if (pnID != nullptr)
         *pnID = nID;
     return nRC;

@@ -36,24 +36,33 @@ class CInputFile
 
     std::ifstream& GetStream() { return m_oStream; }
 
+    // The next piece, at most nMax bytes, fewer where the file ends. Valid until the next call.
+    std::string_view Read(std::size_t nMax)
+    {
+        m_oStream.read(m_acPiece, static_cast<std::streamsize>(std::min(PIECE, nMax)));
+        return {m_acPiece, static_cast<std::size_t>(m_oStream.gcount())};
+    }
+
   private:
     char m_acBuffer[PIECE];
+    char m_acPiece[PIECE];
     std::ifstream m_oStream;
 };
 
-// At most nLen bytes, fewer where the file ends.
-void ReadPiece(std::ifstream& oFile, std::string& strPiece, std::size_t nLen)
+// A text whose length fits into one byte; a longer one is cut.
+std::string_view ToShort(std::string_view strText)
 {
-    strPiece.resize(nLen);
-    oFile.read(strPiece.data(), static_cast<std::streamsize>(nLen));
-    strPiece.resize(static_cast<std::size_t>(oFile.gcount()));
+    return strText.substr(0, 255);
 }
 
-// A text with its length in one byte before it; a longer one is cut.
-std::string ToShortText(const std::string& strText)
+std::string ToLength(std::string_view strShort)
 {
-    const std::string strCut = strText.substr(0, 255);
-    return ToByte(static_cast<unsigned int>(strCut.size())) + strCut;
+    return ToByte(static_cast<unsigned int>(strShort.size()));
+}
+
+std::string_view FileName(std::string_view strPath)
+{
+    return strPath.substr(strPath.find_last_of("\\/") + 1); // npos + 1 is 0
 }
 
 } // namespace
@@ -79,9 +88,11 @@ int CQuorvelClientTestSystemCOM::GetConfig(std::string& strName)
 {
     CCommand oCommand(*this, UNIT, 4, "GET CONFIG requested to ");
     const int nRC = oCommand.Exchange(0x0D06);
-    if (nRC == 0)
-        strName = oCommand.Data().Rest(1);
-    return nRC;
+    return Guarded([&] {
+        if (nRC == 0)
+            strName = oCommand.Data().Rest(1);
+        return nRC;
+    });
 }
 
 int CQuorvelClientTestSystemCOM::IsConfigAvailable(const std::string& strName, bool& bAvailable,
@@ -113,19 +124,19 @@ int CQuorvelClientTestSystemCOM::SendFile(const std::string& strPath, unsigned i
         return RC_INVALID_PARAMETER; // the telegram has four bytes for it
     oFile.seekg(0);
     auto nRest = static_cast<std::size_t>(std::max<std::streamoff>(nSize, 0));
-    std::string strPiece;
-    ReadPiece(oFile, strPiece, std::min(PIECE, nRest));
+    std::string_view strPiece = oInput.Read(nRest);
     if (oFile.bad() || nSize < 0)
         return RC_FILE_NOT_OPENED;
 
     CCommand oFirst(*this, UNIT, 4, "SEND FILE requested to ");
     oFirst << ",file=" << strPath;
-    int nRC = oFirst.Exchange(0x0DD3, CQuorvelMsg::ToChar(nCRC) +
-                                          CQuorvelMsg::ToChar(static_cast<unsigned int>(nSize)) +
-                                          ToShortText(GetFileName(strPath)) + strPiece);
+    const std::string_view strName = ToShort(FileName(strPath));
+    int nRC = oFirst.Exchange(0x0DD3, {CQuorvelMsg::ToChar(nCRC),
+                                       CQuorvelMsg::ToChar(static_cast<unsigned int>(nSize)),
+                                       ToLength(strName), strName, strPiece});
     while (nRC == RC_NEXT_PIECE) {
         nRest -= strPiece.size();
-        ReadPiece(oFile, strPiece, std::min(PIECE, nRest));
+        strPiece = oInput.Read(nRest);
         if (strPiece.empty()) // the end, which may have come nearer meanwhile
             break;
         nRC = CCommand(*this, UNIT).Exchange(0x0DD4, strPiece);
@@ -144,13 +155,15 @@ int CQuorvelClientTestSystemCOM::InstallConfig(const std::string& strConfig, con
         return RC_FILE_NOT_OPENED;
     CCommand oCommand(*this, UNIT, 4, "INSTALL CONFIG requested to ");
     oCommand << ",config=" << strConfig << ",file=" << strPath;
-    return oCommand.Exchange(0x0DD5, CQuorvelMsg::ToChar(nCRC) + ToShortText(strConfig) +
-                                         ToShortText(GetFileName(strPath)));
+    const std::string_view strShort = ToShort(strConfig);
+    const std::string_view strName = ToShort(FileName(strPath));
+    return oCommand.Exchange(
+        0x0DD5, {CQuorvelMsg::ToChar(nCRC), ToLength(strShort), strShort, ToLength(strName), strName});
 }
 
 std::string CQuorvelClientTestSystemCOM::GetFileName(const std::string& strPath)
 {
-    return strPath.substr(strPath.find_last_of("\\/") + 1); // npos + 1 is 0
+    return std::string(FileName(strPath));
 }
 
 unsigned int CQuorvelClientTestSystemCOM::GetCRC32(std::ifstream& oFile)

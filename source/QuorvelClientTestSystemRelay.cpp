@@ -28,7 +28,7 @@ int CQuorvelClientTestSystemRelay::SetRelay(unsigned char nRelay, bool bOn)
 {
     // The text of the value commands: log readers rely on it.
     CCommand oCommand(*this, UNIT, 4, "SET VALUE requested to ");
-    return oCommand.Exchange(0x1112, ToByte(nRelay) + ToByte(bOn ? 1 : 0));
+    return oCommand.Exchange(0x1112, {ToByte(nRelay), ToByte(bOn ? 1 : 0)});
 }
 
 int CQuorvelClientTestSystemRelay::SetPower(const unsigned short* pValues, unsigned char nCount)

@@ -26,8 +26,7 @@ int NCInterface::CopyText(std::string strText, char* pcMessage, int nMessageLen)
 
 int DLLInfo(char* pcMessage, int nMessageLen)
 {
-    return NCInterface::Guarded(
-        [&] { return NCInterface::CopyText(gsDLLVersionString, pcMessage, nMessageLen); }, 0);
+    return Guarded([&] { return NCInterface::CopyText(gsDLLVersionString, pcMessage, nMessageLen); }, 0);
 }
 
 int DeviceInfo(int nHandle, SQuorvelDeviceInfo* pInfo)
@@ -40,7 +39,7 @@ int DeviceInfo(int nHandle, SQuorvelDeviceInfo* pInfo)
 
 int DeviceStatus(int nHandle, char* pcMessage, unsigned int nMessageLen)
 {
-    return NCInterface::Guarded(
+    return Guarded(
         [&] {
             const CDevice* const pDevice = CDeviceManager::GetDevice(nHandle);
             if (pDevice == nullptr || pDevice->m_pClient == nullptr || pcMessage == nullptr)

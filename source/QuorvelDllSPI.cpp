@@ -3,7 +3,6 @@
 #include "CInterface.h"
 #include "SPICommands.h"
 
-using NCInterface::Guarded;
 using NCInterface::Request;
 
 int SPIOpenDevice(int* pnHandle, const char* pcIPAddress, int nTimeout)

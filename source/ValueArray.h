@@ -11,10 +11,7 @@ namespace NValueArray
 inline int Set(CCommand oCommand, unsigned short nCmdCode, const unsigned short* pValues,
                unsigned char nCount)
 {
-    std::string strData;
-    for (unsigned int i = 0; pValues != nullptr && i < nCount; ++i)
-        strData += CQuorvelMsg::ToChar(pValues[i]);
-    return oCommand.Exchange(nCmdCode, strData);
+    return Guarded([&] { return oCommand.Exchange(nCmdCode, ToData(pValues, nCount)); });
 }
 
 // Stores the values that came, at most nCount. Half a value at the end is ignored; nothing is stored when the

@@ -276,14 +276,16 @@ SKind AWire()
     // Writes are reported, not answered: what goes wrong with answers does not concern them, but the next command.
 #define REPORTED(WRITE) #WRITE, RUN(auto e = C::Progress::eInProgress; const int nRC = c.WRITE;                \
         const auto fnTold = [&] { return c.GetWriteBlockStatus(o.nID, e, o.w[0], o.w[1]) != 0 || e != 1; };  \
-        return nRC != 0 || !WaitUntil(fnTold) ? nRC : c.Status(o.s);), "s=good", "short:0 s=go|long:0 s=goodUUU"
+        return nRC != 0 || !WaitUntil(std::cref(fnTold)) ? nRC : c.Status(o.s);), "s=good", "short:0 s=go|long:0 s=goodUUU"
 #define CONFIG "n0=1000000 n1=268435456 n2=1048576 n3=512 s=simulated target"
     return Kind<C>(0, NONE,
                    {{CALL(GetConfig(o.n[0], o.n[1], o.n[2], o.n[3], o.s)), CONFIG, "long:0 " CONFIG "UUU"},
-                    {CALL(SetConfig(1000000, FLASH, 1048576, 512, "simulated target"))},
+                    {CALL(SetConfig(1000000, FLASH, 1048576, 512, "target"))},
                     {CALL(Read(FLASH, 3, o.p, o.w[0])), "w0=3 ac=ff ff ff 07", "short:0 w0=2 ac=ff ff 07 07"},
                     {CALL(Verify(FLASH, 3, "\xff\xff\xff")), "", "short:e26"}, {CALL(Erase(0))},
-                    {CALL(EraseUserPage())}, {CALL(WriteFile(""))},
+                    {CALL(EraseUserPage())},
+                    {"WriteFile", RUN(auto e = C::FileStep::eWriting; unsigned char n = 0; const int nRC = c.WriteFile("");
+                                      c.GetWriteFileStatus(e, n); return nRC;)},
                     {REPORTED(WriteBlock(FLASH, 1, "\xff", o.nID))},
                     {REPORTED(WriteUserPage(0, 1, "\xff", o.nID))}});
 }

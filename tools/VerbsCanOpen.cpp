@@ -167,7 +167,7 @@ class CMaster : public CGateway<CQuorvelClientCAN>
         strData += strMore;
         if (nCode == SDO_WRITE)
             strData.append(4 - strMore.size(), '\0');
-        const unsigned nWait = 2U * nTimeout; // the gateway's own time-out, and as much for its answer
+        const unsigned nWait = nTimeout + m_oTool.GetOptions().nTimeout; // the node's, and the gateway's
         CQuorvelMsg oCnf;
         int nRC = SendMsg(CQuorvelMsg(nCode, TakeMsgID(), std::move(strData)), oCnf, &nWait);
         if (nRC == 0)

@@ -30,7 +30,7 @@ Ping:
     2 requests, 2 answers, 0 lost
     round trip min/median/max = \d+\.\d{3}/\d+\.\d{3}/\d+\.\d{3} ms (re)
     $ simulator 127.90.1.10 --fault 'CAN:drop@2' --fault I2C:silent --fault SPI:refuse=0x20 --fault AD:truncate=0
-    $ command quorvel -g 127.90.1.10 --json --timeout 200 ping --kind CAN -c 3 -i 0 | sed -E 's/[0-9]+\.[0-9e-]+/T/g'
+    $ command quorvel -g 127.90.1.10 --json --timeout 1000 ping --kind CAN -c 3 -i 0 | sed -E 's/[0-9]+\.[0-9e-]+/T/g'
     {"request":1,"answered":true,"milliseconds":T}
     {"request":2,"answered":false,"error":"0x00040000, TCP/IP timeout occured"}
     {"request":3,"answered":true,"milliseconds":T}
@@ -43,7 +43,7 @@ Ping:
 
 Scan: a gateway, one that refuses, and an open port without one:
 
-    $ command quorvel --timeout 300 scan 127.90.1.10 | sed 's/Simulated.*/.../' | head -n 4
+    $ command quorvel --timeout 1000 scan 127.90.1.10 | sed 's/Simulated.*/.../' | head -n 4
      1  I2C         0   5000  (open, but no gateway answers: 0x00040000, TCP/IP timeout occured)
      2  CAN         0   5001  ...
      3  SPI         0   5002  (refuses: 0x00000320, SPI inconsistent telegram data)

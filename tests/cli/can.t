@@ -123,7 +123,7 @@ A log that ends by Ctrl-C stays, and so does one whose gateway goes:
 Lost frames are counted:
 
     $ GATEWAY=127.90.3.1
-    $ mkfifo pipe; quorvel -q can dump -r 100 -T 500 2> drops > pipe & exec {pipe}< pipe
+    $ mkfifo pipe; quorvel -q can dump -r 100 -T 2000 2> drops > pipe & exec {pipe}< pipe
     $ until quorvel can send 001#; read -r -t 0.2 line <&"$pipe"; do :; done
     $ quorvel -q can send --count 4000 123#1122334455667788; shown=$(grep -c 123 <&"$pipe"); wait
     $ tail -1 drops | sed 's/[0-9]\+/N/g'; echo $((shown + $(sed -n '$s/.*total drops \([0-9]*\).*/\1/p' drops)))

@@ -39,7 +39,7 @@ Refusals with the abort code, time-outs, wrong arguments:
     $ quorvel canopen sdo write 1 0x1017 1 -t u32
     quorvel: CAN gateway 127.90.3.2:5001: write 0x1017:0 of node 1: SDO abort 0x06070010, wrong length: 0x000002FD, CANOpen NACK (No Acknowledge)
     [1]
-    $ quorvel --timeout 50 canopen sdo read 2 0x1000
+    $ quorvel --timeout 500 canopen sdo read 2 0x1000
     quorvel: CAN gateway 127.90.3.2:5001: read 0x1000:0 of node 2: SDO abort 0x05040000, the node has not answered in time: 0x000002FC, CANOpen block timeout (gateway time-out: the gateway answers, but not what is connected to it)
     [1]
     $ for value in 256 -1 x; do quorvel canopen sdo write -t u8 -- 1 0x2000 $value; done; quorvel canopen sdo write 1 0x2000; quorvel canopen sdo read 1 0x10000; quorvel canopen nmt 0 start

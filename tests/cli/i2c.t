@@ -132,9 +132,9 @@ What is not the device's fault:
     $ command quorvel -g 127.90.2.3 i2c dump -y 0 0x48 b 2>&1 | tail -1 | cut -d: -f4-5
      2 messages to 0x48: 0x00000121, I2C timeout occured (no response) (gateway time-out
     $ stop; start 'I2C:silent'
-    $ command quorvel -g 127.90.2.3 --timeout 50 i2c detect -y 0
+    $ command quorvel -g 127.90.2.3 --timeout 400 i2c detect -y 0
          0  1  2  3  4  5  6  7  8  9  a  b  c  d  e  f
-    quorvel: I2C gateway 127.90.2.3:5000: write 0 bytes to 0x08: 0x00040000, TCP/IP timeout occured (no answer within 50 ms)
+    quorvel: I2C gateway 127.90.2.3:5000: write 0 bytes to 0x08: 0x00040000, TCP/IP timeout occured (no answer within 400 ms)
     [4]
     $ command quorvel -q -g 127.90.2.3 --timeout 60000 --trace=trace i2c eeprom read --type 24c02 partial.bin & pid=$!
     $ until test -s trace; do :; done; kill -TERM $pid; wait $pid

@@ -49,8 +49,8 @@ A box that takes only part of a file, and one that does not answer:
     quorvel: send line3.cfg: the box has ended the transfer after 65536 of 100000 bytes
     [1]
     $ stop; start 'COM:silent'
-    $ command quorvel -g 127.90.2.4 --timeout 50 testsystem config show
-    quorvel: COM gateway 127.90.2.4:5012: get the active configuration: 0x00040000, TCP/IP timeout occured (no answer within 50 ms)
+    $ command quorvel -g 127.90.2.4 --timeout 400 testsystem config show
+    quorvel: COM gateway 127.90.2.4:5012: get the active configuration: 0x00040000, TCP/IP timeout occured (no answer within 400 ms)
     [4]
     $ stop
 
