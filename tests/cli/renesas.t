@@ -74,7 +74,7 @@ A run is completed after failures and after Ctrl-C, too:
     $ read -r -t 20 < ready
     $ srec_cat -generate 0 0x10000 -repeat-string x -o all.hex -intel
     $ (exec quorvel -q --progress=json --trace=trace -g 127.90.4.6 renesas flash all.hex) 2> progress & pid=$!
-    $ while read -r line; do case $line in *Writing*'"percent":'[1-9]*) kill -INT $pid;; esac; done < progress; wait $pid
+    $ while read -r line; do case $line in *Writing*'"percent":'[1-9]*) kill -INT $pid 2> /dev/null;; esac; done < progress; wait $pid
     [130]
     $ grep -c 'Renesas end a run.* result 0x00' trace
     1
