@@ -275,7 +275,7 @@ std::string MakeFish(const CLI::App& oProgram)
             for (const std::string& strName : pOption->get_lnames())
                 strScript += " -l " + strName;
             if (!oValue.strName.empty() && !oValue.bOptional)
-                strScript += " -r";
+                strScript += oValue.bFile ? " -r" : " -x"; // -x: no files
             if (oValue.bFile)
                 strScript += " -F";
             if (!oValue.astrChoices.empty())

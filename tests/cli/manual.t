@@ -109,7 +109,15 @@ Completion in bash:
     $ complete_at completion ''
     bash zsh fish 
 
-The others, where there is a shell to judge them:
+The others:
 
-    $ for shell in zsh fish; do quorvel completion $shell > script && grep -q convert script
-    >     ! command -v $shell >/dev/null || $shell -n script; done
+    $ quorvel completion zsh > script; zsh -n script
+    $ quorvel completion fish > script
+    $ for line in 'spi fl' '-g can can co' 'can config --mode ' 'image info ' 'image convert --to=m' 'completion '; do
+    >     fish --no-config -c "source script; complete -C 'quorvel $line'" | cut -f 1 | paste -sd ' '; done
+    flash
+    config
+    listen loop-back normal
+    a.hex b.hex script
+    --to=motorola
+    bash fish zsh
