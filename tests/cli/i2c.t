@@ -53,6 +53,16 @@ The sensor: temperature, limits, what it refuses:
     00:           004b 0050 XXXX XXXX           
     $ quorvel --json i2c dump -y -r 2-7 0 0x48 W
     {"address":72,"first":2,"last":3,"bytes":"4b00"}
+    $ quorvel i2c dump -y -r 2-2 0 0x48 b 5 2 | tail -1; quorvel i2c get -y 0 0x48 2
+    00:       45                                             E             
+    0x4b
+    $ for mode in c i; do quorvel i2c dump -y -r 2-5 0 0x48 $mode | tail -1; done
+    00:       4b 4b 4b 4b                                    KKKK          
+    00:       4b 00 4b 00                                    K.K.          
+    $ quorvel i2c detect -F 0 | sed -n '2,3p;$p'
+    I2C                              yes
+    SMBus Quick Command              yes
+    10-bit addressing                no
     $ quorvel i2c get -y 0 0x47
     quorvel: I2C gateway 127.90.2.1:5000: read 1 byte from 0x47: 0x00000120, I2C NACK (No Acknowledge) (NACK: nobody answers at this address, or the data were refused)
     [1]
