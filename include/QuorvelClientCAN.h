@@ -50,7 +50,7 @@ class QUORVEL_API CQuorvelClientCAN : public CQuorvelClient
 
     /**
      * Keep-alive: has a gateway that vanished without a word noticed.
-     * @param nSeconds time after which it is noticed; 0 switches the probes off
+     * @param nSeconds time after which it is noticed, at most 4294967; 0 switches the probes off
      * @return 0; nothing is sent to the gateway
      */
     int StartAlive(unsigned int nSeconds);

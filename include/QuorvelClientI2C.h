@@ -142,12 +142,13 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * Runs a sequence of transfers in one telegram, given as records.
      *
      * Every read step receives the first bytes that the whole sequence read, not those of its own step; use
-     * the form above to tell the steps apart.
+     * the form above to tell the steps apart. It receives nDataLength bytes, or what is left: all read steps
+     * together receive as many bytes as were read.
      * @param pCommands   the steps
      * @param nCount      how many
      * @param nErrorIndex receives the gateway's error index, if it tells one
-     * @return result code; 0x00920000, with nothing sent, when the steps take more than 65535 bytes or read
-     *         more than 65535 bytes
+     * @return result code; 0x00920000, with nothing sent, when there are no steps or a step to write has no
+     *         bytes where it should, or the steps take or read more than 65535 bytes
      */
     int WriteSequence(I2CCommand* pCommands, unsigned short nCount, unsigned short& nErrorIndex);
 
@@ -232,13 +233,14 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
                            const char* pData, unsigned short nLen, unsigned short nPollValue);
 
     /**
-     * Reads from a memory.
+     * Reads from a memory. Of a gateway that puts two more bytes first, those behind them are taken.
      * @param nChip       chip number
      * @param nOffset     offset in the memory
      * @param nAddressing addressing word
      * @param pBuffer     receives the bytes read; must hold nLen
      * @param nLen        number of bytes to read
-     * @param nBytesRead  receives how many bytes were stored, at most nLen
+     * @param nBytesRead  receives how many bytes were stored, at most nLen, also when the gateway reports an error;
+     *                    a confirmation without any data counts as nLen zeros
      * @return result code
      */
     int ReadEEProm(unsigned short nChip, unsigned int nOffset, unsigned short nAddressing, char* pBuffer,

@@ -2,6 +2,7 @@
 
 #include "Trace.h"
 
+#include <locale>
 #include <new>
 #include <utility>
 
@@ -13,6 +14,7 @@ CCommand::CCommand(CQuorvelClient& oClient, const char* pUnit, unsigned char nLe
         return;
     try {
         m_oText.emplace();
+        m_oText->imbue(std::locale::classic()); // whatever the application has set
         *m_oText << pText << oClient.GetConnection().GetPartnerAddress();
     } catch (const std::bad_alloc&) { // without the trace, then
         m_oText.reset();

@@ -194,13 +194,17 @@ int CQuorvelMsgQueue::Take(std::array<char, 128>& acShort, std::string& strLong,
 
 void CQuorvelMsgQueue::Clear()
 {
-    const std::lock_guard oLock(m_oLockOut);
-    const std::lock_guard oLockIn(m_oLockIn);
-    while (m_pFirst != nullptr)
-        delete std::exchange(m_pFirst, m_pFirst->m_pNext.load(std::memory_order_relaxed));
-    m_pLast = nullptr;
-    m_nPos = 0;
-    m_nTaken = m_nAppended.load();
+    SBlock* pRemoved = nullptr; // deleted when the locks are gone: the receive thread does not wait for that
+    {
+        const std::lock_guard oLock(m_oLockOut);
+        const std::lock_guard oLockIn(m_oLockIn);
+        pRemoved = std::exchange(m_pFirst, nullptr);
+        m_pLast = nullptr;
+        m_nPos = 0;
+        m_nTaken = m_nAppended.load();
+    }
+    while (pRemoved != nullptr)
+        delete std::exchange(pRemoved, pRemoved->m_pNext.load(std::memory_order_relaxed));
 }
 
 CQuorvelClientCANDll::CQuorvelClientCANDll(int nHandle, int nTimeout)

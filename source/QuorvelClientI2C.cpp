@@ -159,8 +159,10 @@ int CQuorvelClientI2C::WriteSequence(I2CCommand* pCommands, unsigned short nCoun
             strSequence += CQuorvelMsg::ToChar(oStep.nSlaveAddress) + CQuorvelMsg::ToChar(oStep.nDataLength);
             if ((oStep.nSlaveAddress & 1) != 0)
                 nReadLen += oStep.nDataLength;
-            else
-                strSequence += ToData(oStep.pData, oStep.nDataLength);
+            else if (oStep.pData != nullptr)
+                strSequence.append(oStep.pData, oStep.nDataLength);
+            else if (oStep.nDataLength != 0)
+                return RC_INVALID_PARAMETER;
             if (strSequence.size() > MAX_SEQUENCE || nReadLen > MAX_SEQUENCE)
                 return RC_INVALID_PARAMETER;
         }

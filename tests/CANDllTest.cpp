@@ -124,6 +124,9 @@ TEST(CANDllTest, IndicationsReachCallbacksAndReaders)
         {0x026D, "fe ff ff ff 04 01 02 09 00 00 00 08 00 00 00", "-2 254 255 2 [01 02] 77 9 8 ",
          "0 | fe ff ff ff | fe | ff | 02 | 01 02 09 00 00 00 08 00 00 00 | 09 00 00 00 | 08 00 00 00",
          CTexts{U + "UNDEFINED Indication."}},
+        {0x026D, "05 00 00 00 00 01 02 03 04 05 06 07 08 09", "5 5 0 9 [01 02 03 04 05 06 07 08 09] 77 0 0 ",
+         "0 | 05 00 00 00 | 05 | 00 | 08 | 01 02 03 04 05 06 07 08 09" + strZero,
+         CTexts{U + "UNDEFINED Indication.", strNoTime}},
         {0x0265, "01 02 03 04 05", "", "-1", CTexts{}},
     };
     CClient oCalled;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <locale>
 #include <sstream>
 
 namespace
@@ -24,10 +25,18 @@ std::string Text(A... values)
     return oText.str();
 }
 
+// Writes numbers as some countries do.
+struct SGrouping : std::numpunct<char> {
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
 } // namespace
 
 TEST_F(CANTest, RequestsAndResults)
 {
+    const std::locale oBefore =
+        std::locale::global(std::locale(std::locale(), new SGrouping)); // for the traces
     auto& o = m_oClient;
     bool b = false;
     unsigned char c = 0;
@@ -40,46 +49,63 @@ TEST_F(CANTest, RequestsAndResults)
     Check([&] { return o.SetGlobals(500000, 200, true, false, true); },
           "0d 00 07 02 02 00 c8 20 a1 07 00 01 00 01 49", U + "SET_GLOBALS",
           ", Operating mode=200, Baudrate=500000, Termination=1, HighSpeed=0, TimestampOn=1");
-    const std::pair<std::function<int()>, const char*> aoCases[] = {
-        {[&] { return o.SetConfig(false, true); }, "07 00 05 02 02 00 00 01 04"},
-        {[&] { return o.GetConfig(b, b); }, "05 00 06 02 02 00 06"},
-        {[&] { return o.SetFilter(oFilter); }, "45 00 20 02 02 00 00 00 00 81 01 00 00 00 02 00 00 00 00 00 "
-                                               "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                                               "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                                               "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 a2"},
-        {[&] { return o.GetFilter(oFilter); }, "05 00 21 02 02 00 21"},
-        {[&] { return o.GetGlobals(nWord, c, b, b, b); }, "05 00 08 02 02 00 08"},
-        {[&] { return o.SetZCardParameter(5, 256, 512); }, "0c 00 51 02 02 00 05 00 01 00 02 00 02 55"},
-        {[&] { return o.GetZCardParameter(c, n, n); }, "05 00 52 02 02 00 52"},
-        {[&] { return o.SetTime(oTime); }, "0d 00 0b 02 02 00 fe ff ff ff 3f 42 0f 00 78"},
-        {[&] { return o.GetTime(b, oTime); }, "05 00 0e 02 02 00 0e"},
+    const std::string strSDO = ", NodeID=200, Index=4660, Subindex=129, Timeout=500";
+    const std::tuple<std::function<int()>, const char*, std::string, std::string> aoCases[] = {
+        {[&] { return o.SetConfig(false, true); }, "07 00 05 02 02 00 00 01 04", "SET_CONFIG",
+         ", ConfirmData=0, Monitor=1"},
+        {[&] { return o.GetConfig(b, b); }, "05 00 06 02 02 00 06", "GET_CONFIG", ""},
+        {[&] { return o.SetFilter(oFilter); },
+         "45 00 20 02 02 00 00 00 00 81 01 00 00 00 02 00 00 00 00 00 "
+         "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+         "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+         "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 a2",
+         "SET_FILTER", ""},
+        {[&] { return o.GetFilter(oFilter); }, "05 00 21 02 02 00 21", "GET_FILTER", ""},
+        {[&] { return o.GetGlobals(nWord, c, b, b, b); }, "05 00 08 02 02 00 08", "GET_GLOBALS", ""},
+        {[&] { return o.SetZCardParameter(5, 256, 512); }, "0c 00 51 02 02 00 05 00 01 00 02 00 02 55",
+         "SET_ZCARD_PI", ", ZCardInterval=5, ZCardIDStart=256, ZCardIDEnd=512"},
+        {[&] { return o.GetZCardParameter(c, n, n); }, "05 00 52 02 02 00 52", "GET_ZCARD_PI", ""},
+        {[&] { return o.SetTime(oTime); }, "0d 00 0b 02 02 00 fe ff ff ff 3f 42 0f 00 78", "SET_TIME",
+         ", oTime.tv_sec=-2, oTime.tv_usec=999999"},
+        {[&] { return o.GetTime(b, oTime); }, "05 00 0e 02 02 00 0e", "GET_TIME", ""},
         {[&] { return o.GetPowerStatus(0, c, 0, c, 0, c, nSigned, n, n, b, nullptr, nullptr, nullptr); },
-         "05 00 22 02 02 00 22"},
-        {[&] { return o.SetPowerRelais(true); }, "06 00 23 02 02 00 01 22"},
-        {[&] { return o.SetActivePowerSupplies(0x80000001); }, "09 00 24 02 02 00 01 00 00 80 a5"},
-        {[&] { return o.CANopenSetConfig(200); }, "06 00 60 02 02 00 c8 a8"},
-        {[&] { return o.CANopenGetConfig(c); }, "05 00 61 02 02 00 61"},
-        {[&] { return o.CANopenSetSYNCMode(1000); }, "07 00 62 02 02 00 e8 03 89"},
-        {[&] { return o.CANopenSendNMT(5, 128); }, "07 00 63 02 02 00 05 80 e6"},
-        {[&] { return o.CANopenSendSYNC(); }, "05 00 64 02 02 00 64"},
-        {[&] { return o.CANopenSendTIME(0x102, 0x03040506); }, "0b 00 65 02 02 00 02 01 06 05 04 03 62"},
-        {[&] { return o.CANopenSendPDO(5, 1, 3, "\1\2\3"); }, "0a 00 67 02 02 00 05 01 01 02 03 63"},
+         "05 00 22 02 02 00 22", "GET_POWERSTATUS", ""},
+        {[&] { return o.SetPowerRelais(true); }, "06 00 23 02 02 00 01 22", "SET_POWERRELAIS", ", cData=1"},
+        {[&] { return o.SetActivePowerSupplies(0x80000001); }, "09 00 24 02 02 00 01 00 00 80 a5",
+         "SET_POWERACTIVESUPPLIES", ", nBitmask=2147483649"},
+        {[&] { return o.CANopenSetConfig(200); }, "06 00 60 02 02 00 c8 a8", "CANOPEN_SET_CONFIG",
+         ", CANOpenModus=200"},
+        {[&] { return o.CANopenGetConfig(c); }, "05 00 61 02 02 00 61", "CANOPEN_GET_CONFIG", ""},
+        {[&] { return o.CANopenSetSYNCMode(1000); }, "07 00 62 02 02 00 e8 03 89", "CANOPEN_SYNC_MODE",
+         ", PeriodTime=1000"},
+        {[&] { return o.CANopenSendNMT(5, 128); }, "07 00 63 02 02 00 05 80 e6", "CANOPEN_NMT",
+         ", NodeID=5, NMTTyp=128"},
+        {[&] { return o.CANopenSendSYNC(); }, "05 00 64 02 02 00 64", "CANOPEN_SYNC", ""},
+        {[&] { return o.CANopenSendTIME(0x102, 0x03040506); }, "0b 00 65 02 02 00 02 01 06 05 04 03 62",
+         "CANOPEN_TIME", ", Day=258, Ms=50595078"},
+        {[&] { return o.CANopenSendPDO(5, 1, 3, "\1\2\3"); }, "0a 00 67 02 02 00 05 01 01 02 03 63",
+         "CANOPEN_PDO", ", NodeID=5, PDOTyp=1"},
         {[&] { return o.CANopenSendSDOWrite(2, 200, 0x1234, 129, 500, 0x80000001, c, nWord); },
-         "10 00 69 02 02 00 02 c8 34 12 81 f4 01 01 00 00 80 70"},
+         "10 00 69 02 02 00 02 c8 34 12 81 f4 01 01 00 00 80 70", "CANOPEN_SDO_WRITE",
+         ", SDOWriteTyp=2" + strSDO},
         {[&] { return o.CANopenSendSDORead(200, 0x1234, 129, 500, c, nWord); },
-         "0b 00 68 02 02 00 c8 34 12 81 f4 01 f2"},
+         "0b 00 68 02 02 00 c8 34 12 81 f4 01 f2", "CANOPEN_SDO_READ", strSDO},
         {[&] { return o.CANopenSendSDOReadBlock(200, 0x1234, 129, 500, 7, c, n, nullptr); },
-         "0b 00 6a 02 02 00 c8 34 12 81 f4 01 f0"},
+         "0b 00 6a 02 02 00 c8 34 12 81 f4 01 f0", "CANOPEN_SDO_READ_BLOCK", strSDO},
         {[&] { return o.CANopenSendSDOWriteBlock(200, 0x1234, 129, 500, 2, pBlock, c, nWord); },
-         "0d 00 6b 02 02 00 c8 34 12 81 f4 01 00 81 70"},
-        {[&] { return o.Open(false, true); }, "07 00 05 02 02 00 00 01 04"},
+         "0d 00 6b 02 02 00 c8 34 12 81 f4 01 00 81 70", "CANOPEN_SDO_WRITE_BLOCK", strSDO},
+        {[&] { return o.Open(false, true); }, "07 00 05 02 02 00 00 01 04", "SET_CONFIG",
+         ", ConfirmData=0, Monitor=1"},
     };
-    for (const auto& [fnCall, pRequest] : aoCases) {
+    CTraceRecorder oTraces(0x0F);
+    for (const auto& [fnCall, pRequest, strName, strParameters] : aoCases) {
         static_cast<CQuorvelClient&>(o).Open();
         m_oPeer.Confirm("21");
         EXPECT_EQ(0x0221, fnCall()) << pRequest;
         EXPECT_EQ(pRequest, m_oPeer.TakeRequest());
+        EXPECT_EQ(CTexts{U + strName + " requested to 127.0.0.1" + strParameters}, oTraces.Take());
     }
+    std::locale::global(oBefore);
 }
 
 TEST_F(CANTest, SettingsAreDecodedFromLongEnoughSuccesses)
@@ -95,6 +121,7 @@ TEST_F(CANTest, SettingsAreDecodedFromLongEnoughSuccesses)
     const auto fnMode = [&] { return m_oClient.CANopenGetConfig(c); };
     const std::tuple<std::function<int()>, const char*, int, const char*> aoCases[] = {
         {fnGlobals, "00 03 20 a1 07", 0, "9 9 1 1 1 9 9 9 9 "},
+        {fnGlobals, "00 03 20 a1 07 00", 0, "500000 3 0 0 0 9 9 9 9 "},
         {fnGlobals, "00 03 20 a1 07 80 01 02", 0, "2147983648 3 1 0 0 9 9 9 9 "}, // only 1 is true
         {fnGlobals, "00 03 01 00 00 00 00 01 01", 0, "1 3 0 1 1 9 9 9 9 "},
         {fnZCard, "00 05 80 01 10 00", 0, "1 5 0 1 1 128 16 9 9 "},             // 256 too low
@@ -123,6 +150,7 @@ TEST_F(CANTest, PowerStatusStaysWithinItsArrays)
         // capacity of each array; counts, values and flag, the arrays. The first flags were 1, the others 0.
         {"00 04 02 03 00 80 03 80 04 00 02 11 22 33 44 55 66 77 88 01 00 00 01 01", 2,
          "4 2 3 -32768 32771 4 0 8721 17459 9 1 0 1 0 1 0 "},
+        {"00 04 02 03 00 80 03 80 04 00 02 11", 2, "9 9 9 -9 9 9 0 9 9 9 1 1 1 0 0 0 "}, // too short
         {"00 ff 02 ff fe ff 03 80 04 00 01 11 22", 3,
          "255 2 255 -2 32771 4 1 8721 0 0 0 0 1 0 0 0 "}, // not sent: 0
     };
@@ -137,6 +165,17 @@ TEST_F(CANTest, PowerStatusStaysWithinItsArrays)
         EXPECT_EQ(pExpected, Text(ac[0], ac[1], ac[2], nSigned, an[3], an[4], ab[0], an[0], an[1], an[2],
                                   ab[1], ab[2], ab[3], ab[4], ab[5], ab[6]));
     }
+}
+
+TEST_F(CANTest, AGatewayThatVanishedIsNoticed)
+{
+    EXPECT_EQ(0, m_oClient.StartAlive(2));
+    ASSERT_TRUE(m_oPeer.WaitForClient());
+    m_oPeer.StopAnsweringAtAll();
+    const long long nTime =
+        Milliseconds([&] { EXPECT_TRUE(WaitUntil([&] { return m_oClient.GetConnectState() != 3; })); });
+    EXPECT_GT(nTime, 1000);
+    EXPECT_LT(nTime, 3500);
 }
 
 TEST_F(CANTest, WriteWaitsOnlyForAGatewayThatConfirms)

@@ -31,28 +31,37 @@ TEST_F(I2CTest, RequestsAndResults)
     Check([&] { return o.WriteEEProm(3, 0x1234, 0x0010, "\xaa\xbb", 2); },
           "0e 00 13 01 02 00 a6 00 02 00 00 12 34 aa bb 83", "8 " + U + "WRITE EEPROM",
           ",chip address=3,slave address=0xa6");
-    const std::pair<std::function<int()>, const char*> aoCases[] = {
-        {[&] { return o.SetBaudrate(100); }, "09 00 07 01 02 00 a0 86 01 00 23"}, // kHz
-        {[&] { return o.SetBaudrate(50); }, "09 00 07 01 02 00 32 00 00 00 36"},
-        {[&] { return o.GetBaudrate(nWord); }, "05 00 08 01 02 00 0b"},
-        {[&] { return o.Reset(); }, "05 00 04 01 02 00 07"},
-        {[&] { return o.Read(0x1A1, ac, 4, n); }, "09 00 10 01 02 00 a1 01 04 00 b7"},
-        {[&] { return o.RAWStart(); }, "05 00 15 01 02 00 16"},
-        {[&] { return o.RAWSend(0xA0, 1); }, "07 00 16 01 02 00 a0 01 b4"},
-        {[&] { return o.RAWGet(0x81, c); }, "06 00 17 01 02 00 81 95"},
-        {[&] { return o.RAWStop(); }, "05 00 18 01 02 00 1b"},
-        {[&] { return o.WriteSequence("\1\2", 2, ac, 0x104, n, n); }, "09 00 14 01 02 00 04 01 01 02 11"},
+    const std::tuple<std::function<int()>, const char*, std::string, std::string> aoCases[] = {
+        {[&] { return o.SetBaudrate(100); }, "09 00 07 01 02 00 a0 86 01 00 23", "4 " + U + "SET GLOBALS",
+         ",Baudrate=100000"}, // kHz
+        {[&] { return o.SetBaudrate(50); }, "09 00 07 01 02 00 32 00 00 00 36", "4 " + U + "SET GLOBALS",
+         ",Baudrate=50"},
+        {[&] { return o.GetBaudrate(nWord); }, "05 00 08 01 02 00 0b", "4 " + U + "GET GLOBALS", ""},
+        {[&] { return o.Reset(); }, "05 00 04 01 02 00 07", "8 " + U + "RESET", ""},
+        {[&] { return o.Read(0x1A1, ac, 4, n); }, "09 00 10 01 02 00 a1 01 04 00 b7", "8 " + U + "READ",
+         ",slave address=0x1a1"},
+        {[&] { return o.RAWStart(); }, "05 00 15 01 02 00 16", "8 " + U + "RAW_START", ""},
+        {[&] { return o.RAWSend(0xA0, 1); }, "07 00 16 01 02 00 a0 01 b4", "8 " + U + "RAW_SEND", ""},
+        {[&] { return o.RAWGet(0x81, c); }, "06 00 17 01 02 00 81 95", "8 " + U + "RAW_GET", ""},
+        {[&] { return o.RAWStop(); }, "05 00 18 01 02 00 1b", "8 " + U + "RAW_STOP", ""},
+        {[&] { return o.WriteSequence("\1\2", 2, ac, 0x104, n, n); }, "09 00 14 01 02 00 04 01 01 02 11",
+         "8 " + U + "SEQUENCE", ""},
         {[&] { return o.WriteEEPromPollAck(10, 0x1FF, 0x0108, "\xaa", 1, 0x1234); },
-         "0f 00 19 01 02 00 aa 00 34 12 01 00 00 01 ff aa c3"},
+         "0f 00 19 01 02 00 aa 00 34 12 01 00 00 01 ff aa c3", "8 " + U + "WRITE EEPROM",
+         ",chip address=10,slave address=0xaa"},
         {[&] { return o.ReadEEProm(0, 0x10, 0x0009, ac, 4, n); },
-         "0e 00 12 01 02 00 a0 00 02 00 00 00 10 04 00 a7"},
-        {[&] { return o.Open(100); }, "09 00 07 01 02 00 a0 86 01 00 23"},
+         "0e 00 12 01 02 00 a0 00 02 00 00 00 10 04 00 a7", "8 " + U + "READ EEPROM",
+         ",chip address=0,slave address=0xa0"},
+        {[&] { return o.Open(100); }, "09 00 07 01 02 00 a0 86 01 00 23", "4 " + U + "SET GLOBALS",
+         ",Baudrate=100000"},
     };
-    for (const auto& [fnCall, pRequest] : aoCases) {
+    CTraceRecorder oTraces(0x0F);
+    for (const auto& [fnCall, pRequest, strTrace, strParameters] : aoCases) {
         static_cast<CQuorvelClient&>(o).Open();
         m_oPeer.Confirm("20");
         EXPECT_EQ(0x0120, fnCall()) << pRequest;
         EXPECT_EQ(pRequest, m_oPeer.TakeRequest());
+        EXPECT_EQ(CTexts{strTrace + " requested to 127.0.0.1" + strParameters}, oTraces.Take());
     }
 }
 
@@ -130,6 +139,8 @@ TEST_F(I2CTest, SequencesOfRecords)
     std::string strLong(65535, 'x');
     CQuorvelClientI2C::I2CCommand aoLong[] = {{0xA1, 65535, strLong.data()}, {0xA1, 1, nullptr}};
     EXPECT_EQ(0x00920000, m_oClient.WriteSequence(aoLong, 2, nIndex));
+    CQuorvelClientI2C::I2CCommand aoEmpty[] = {{0xA0, 1, nullptr}};
+    EXPECT_EQ(0x00920000, m_oClient.WriteSequence(aoEmpty, 1, nIndex));
 }
 
 TEST(I2CAddressTest, OffsetsAndSlaveAddresses)
