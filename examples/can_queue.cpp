@@ -54,6 +54,9 @@ int main(int argc, char** argv)
     if (nRC == 0)
         nRC = Connect(oSlave, argv[1]);
 
+    if (nRC == 0)
+        nRC = oMaster.CANopenSetConfig(0); // no master, to which the gateway would give the frames instead
+
     // Questions have the identifier 0x201, answers 0x202 and the number increased by one. The filter of the
     // gateway lets only these two in: identifier and value must agree in the bits of the mask.
     CQuorvelClientCAN::SConfigFilter oFilter = {{0x7FF, 0x201, 0x7FF, 0x202}};
@@ -79,6 +82,8 @@ int main(int argc, char** argv)
             break;
         ++nAnswers;
     }
+    if (nRC == 0)
+        nRC = oMaster.SetFilter({}); // it holds for all clients of the gateway: all frames pass again
 
     if (nRC != 0) {
         std::printf("0x%08X %s\n", static_cast<unsigned int>(nRC), CQuorvelClient::GetErrorMsg(nRC).c_str());

@@ -67,6 +67,12 @@ int Failed(const char* pWhat, int nRC)
     return 1;
 }
 
+int NothingCame(const char* pWhat)
+{
+    std::printf("%s: none came\n", pWhat);
+    return 1;
+}
+
 int Walk(CQuorvelClientCANDll& oClient)
 {
     const struct {
@@ -137,7 +143,7 @@ int Events(CQuorvelClientCANDll& oClient)
     unsigned char nLen = 0;
     char acData[8] = {};
     if (!WaitFor([&] { return oClient.CANopenGetPDO(&nNode, &nType, &nLen, acData); }))
-        return Failed("no PDO", 0);
+        return NothingCame("PDO");
     std::printf("PDO %u of node %u:", nType, nNode);
     for (int i = 0; i < nLen; ++i)
         std::printf(" %02X", static_cast<unsigned char>(acData[i]));
@@ -146,7 +152,7 @@ int Events(CQuorvelClientCANDll& oClient)
     unsigned short nError = 0;
     unsigned char nRegister = 0;
     if (!WaitFor([&] { return oClient.CANopenGetEMCY(&nNode, &nError, &nRegister, nullptr); }))
-        return Failed("no emergency", 0);
+        return NothingCame("emergency");
     std::printf("emergency of node %u: 0x%04X, register 0x%02X\n", nNode, nError, nRegister);
 
     // Before the first heartbeat comes the message that the node has started, with the state 0.
@@ -154,7 +160,7 @@ int Events(CQuorvelClientCANDll& oClient)
     const bool bAlive =
         WaitFor([&] { return oClient.CANopenGetGUARD(&nNode, &nState) >= 0 && nState == 5 ? 0 : -1; });
     if (!bAlive)
-        return Failed("no heartbeat", 0);
+        return NothingCame("heartbeat");
     std::printf("heartbeat of node %u: state %u\n", nNode, nState);
     return 0;
 }
@@ -174,6 +180,8 @@ int main(int argc, char** argv)
     if (nRC == 0)
         nRC = oClient.Open(true, false);
     if (nRC == 0)
+        nRC = oClient.SetFilter({}); // all frames pass
+    if (nRC == 0)
         nRC = oClient.CANopenSetConfig(1); // master
     if (nRC == 0)
         nRC = oClient.CANopenSendNMT(NODE, 0x81); // reset
@@ -188,5 +196,7 @@ int main(int argc, char** argv)
     if (nStatus == 0)
         nStatus = Events(oClient);
     nRC = oClient.CANopenSendNMT(NODE, 0x81);
+    if (nRC == 0)
+        nRC = oClient.CANopenSetConfig(0);
     return nRC != 0 ? Failed("reset", nRC) : nStatus;
 }

@@ -95,10 +95,11 @@ class QUORVEL_API CDeviceManager
     static void Register(int nHandle, CDevice* pDevice);
     static void Destroy(int nHandle, CDevice* pDevice);
 
+    // Never destroyed: receive threads may still ask for handles while the process ends.
     static int m_nMaxHandle;
-    static std::map<int, CDevice*> m_aoHandleMap;
-    static CZelMutex m_oMutexHandleMap;
-    static CZelMutex m_oMutexMaxHandle;
+    static std::map<int, CDevice*>& m_aoHandleMap;
+    static CZelMutex& m_oMutexHandleMap;
+    static CZelMutex& m_oMutexMaxHandle;
 };
 
 #endif

@@ -33,7 +33,7 @@
  *
  * When memory runs out, the result is 0x000000FF; the request may have been sent, and the client can be used on.
  * Connect gives 0x00020000 then. Closing and destroying need no memory. A telegram that comes while there is none
- * for it is lost. Only constructors throw std::bad_alloc, and functions that return a text.
+ * for it is lost. Only constructors throw std::bad_alloc, ToMsg, DataInd and functions that return a text.
  *
  * Threads: every command may be called from any thread; several threads on one client are served one after
  * the other, in turn, and waiting for one's turn does not count against the time-out. Indications
@@ -161,7 +161,8 @@ class QUORVEL_API CQuorvelClient
      * @param nPort     TCP port; 0 takes the kind's own, 4999 + kind (5099 for kind 0)
      * @param nProtocol protocol selector; every value opens TCP
      * @param bFlag     connect flag; both values open TCP
-     * @return 0; 0x00020000 refused or not resolved; 0x00040000 no answer in time
+     * @return 0; 0x00020000 refused or not resolved; 0x00040000 no answer in time, or an indication of the former
+     *         connection still runs; 0x00050000 another thread is connecting this client
      */
     int Connect(const char* pHost, unsigned short nPort, unsigned char nProtocol, bool bFlag);
 

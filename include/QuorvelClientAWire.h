@@ -67,9 +67,9 @@ class QUORVEL_API CQuorvelClientAWire : public CQuorvelClient
      * The thread of WriteFile: writes an image, then verifies it.
      *
      * The memory blocks of the image are written one after the other, in chunks that end at multiples of the
-     * largest multiple of the page size up to 32768 (of 32768 when the page is larger). While more of a memory
-     * block remains, no more than two chunks are with the gateway. Verifying reads at most 32768 bytes at a
-     * time.
+     * largest multiple of the page size up to 32768 (of 32768 when the page is larger). Before the next chunk of
+     * the same memory block is sent, fewer than two are with the gateway; the first chunk of the next memory
+     * block follows at once. Verifying reads at most 32768 bytes at a time.
      */
     class QUORVEL_API CWriteFileThread : public CZelThread
     {

@@ -93,7 +93,8 @@ class QUORVEL_API CQuorvelClientRenesas : public CQuorvelClient
 
     /**
      * Reads the target's version.
-     * @param pBuffer    receives its bytes, without a terminator; what the answer does not fill is left alone
+     * @param pBuffer    receives its bytes, without a terminator; what the answer does not fill is left alone. For a
+     *                   confirmation without any data (result 0x000C0900) it is filled with zeros.
      * @param nBufferLen how many fit
      * @return result code
      */

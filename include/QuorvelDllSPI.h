@@ -11,8 +11,9 @@
  * | 0x00020000               | socket error, refused, name not resolved, request too long |
  * | 0x00030000               | not connected (any more)                                  |
  * | 0x00040000               | no answer within the time-out                             |
- * | 0x000A0000 to 0x000C03xx | a bad confirmation                                        |
+ * | 0x000A0000 to 0x000C0300 | a bad confirmation                                        |
  * | 0x00900000               | unknown handle                                            |
+ * | 0x00920000               | no place for a new handle (null)                          |
  * | 0x000003xx               | the gateway's own code                                    |
  * | 0x000000FF               | no memory left; the request may have been sent             |
  *

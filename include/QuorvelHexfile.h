@@ -201,7 +201,10 @@ class QUORVEL_API CQuorvelHexfile
     /** @return name of the file loaded last, or what SetFilename set */
     const std::string& GetFilename() const { return m_strFilename; }
 
-    /** @return what went wrong when loading or saving last; empty when nothing did */
+    /**
+     * @return what went wrong when loading or saving last; empty when nothing did, and for the eResultNotOpened of a
+     *         binary file that is no regular file or has 4 GiB or more
+     */
     const std::string& GetErrorMessage() const { return m_strErrorMessage; }
 
     /**

@@ -25,7 +25,7 @@
  * or more than fits an answer, give 0x26.
  *
  * Erased bytes read as 0xFF, and writing only turns ones into zeros. Writes are carried out one after the
- * other, a page at a time. Until they are done, all other commands but 0x06 give 0x21.
+ * other, a page at a time. Until they are done, 0x05, 0xE2, 0xE3 and 0xE5 give 0x21.
  */
 class CSimGatewayAWire : public CSimGateway
 {

@@ -112,7 +112,8 @@ unsigned char CSimGatewayTestCOM::BeginFile(const SSimRequest& oRequest)
     oTransfer.oFile.nCRC = SimGet32(strData, 0);
     oTransfer.nSize = SimGet32(strData, 4);
     m_aoTransfers.erase(oRequest.nConnection);
-    if (oTransfer.strName.empty() || m_aoFiles.size() >= nMaxEntries ||
+    if (oTransfer.strName.empty() ||
+        (m_aoFiles.size() >= nMaxEntries && !m_aoFiles.contains(oTransfer.strName)) ||
         oTransfer.nSize > nCapacity - UsedBytes())
         return eNotOpened;
     m_aoTransfers[oRequest.nConnection] = std::move(oTransfer);
@@ -150,7 +151,7 @@ unsigned char CSimGatewayTestCOM::Install(const std::string& strData)
         strConfig.empty())
         return eSimResultFailed;
     const auto it = m_aoFiles.find(strFile);
-    if (it == m_aoFiles.end() || m_aoConfigs.size() >= nMaxEntries)
+    if (it == m_aoFiles.end() || (m_aoConfigs.size() >= nMaxEntries && !m_aoConfigs.contains(strConfig)))
         return eNotOpened;
     if (it->second.nCRC != SimGet32(strData, 0))
         return eWrongCRC;

@@ -17,9 +17,9 @@
 #include <new>
 
 int CDeviceManager::m_nMaxHandle = 0;
-std::map<int, CDevice*> CDeviceManager::m_aoHandleMap;
-CZelMutex CDeviceManager::m_oMutexHandleMap;
-CZelMutex CDeviceManager::m_oMutexMaxHandle;
+std::map<int, CDevice*>& CDeviceManager::m_aoHandleMap = *new std::map<int, CDevice*>;
+CZelMutex& CDeviceManager::m_oMutexHandleMap = *new CZelMutex;
+CZelMutex& CDeviceManager::m_oMutexMaxHandle = *new CZelMutex;
 
 namespace
 {

@@ -129,7 +129,12 @@ TEST_F(AWireTest, Commands)
         m_oPeer.Confirm(pConfirmation);
         return o.Verify(FLASH + 16, 3, "ABC");
     };
+    m_oPeer.TakeRequest();
+    m_oPeer.TakeRequest();
+    CTraceRecorder oTraces(0x0F);
     EXPECT_EQ(fnVerify("00 41 42 43 44"), 0);
+    EXPECT_EQ(oTraces.Take(),
+              CTexts{strUnit + "READ BLOCK requested to 127.0.0.1, offset=0x10000010, length=0x3"});
     EXPECT_EQ(fnVerify("00 41 42"), 0x0E26);
     EXPECT_EQ(fnVerify("00 41 42 44"), 0x0EFF);
 }
@@ -197,6 +202,29 @@ TEST_F(AWireTest, ChunksEndAtBoundaries)
             EXPECT_EQ(m_oPeer.TakeRequest().substr(18, 17), strChunk);
         EXPECT_EQ(m_oPeer.TakeRequest().substr(6, 5), "e3 0e");
         EXPECT_TRUE(WaitForTransfer(m_oClient, FileStep::eFailed, 100));
+    }
+}
+
+TEST_F(AWireTest, EveryByteIsVerified)
+{
+    std::string strContent(40000, 'x');
+    const std::string& strFile = File(strContent);
+    for (const char cLast : {'x', 'y'}) {
+        m_oClient.Open();
+        m_oPeer.Confirm("00");
+        EXPECT_EQ(m_oClient.SetConfig(0, 0, 0, 256, ""), 0);
+        for (const char c : {'\3', '\4'})
+            m_oPeer.Raw(Telegram(0x0EE1, 0, std::string{c, 0, 0, 0, 0}));
+        m_oPeer.Raw(Telegram(0x8EE3, 5, '\0' + strContent.substr(0, 32768)));
+        EXPECT_EQ(m_oClient.WriteFile(strFile), 0);
+        for (int i = 0; i < 3; ++i) // the page size and two chunks
+            m_oPeer.TakeRequest();
+        EXPECT_EQ(m_oPeer.TakeRequest(), "0b 00 e3 0e 05 00 00 00 00 00 00 80 68");
+        EXPECT_EQ(m_oPeer.TakeRequest(), "0b 00 e3 0e 06 00 00 80 00 00 40 1c 37");
+        EXPECT_TRUE(WaitForTransfer(m_oClient, FileStep::eVerifying, 81));
+        strContent.back() = cLast;
+        m_oPeer.Send(Telegram(0x8EE3, 6, '\0' + strContent.substr(32768)));
+        EXPECT_TRUE(WaitForTransfer(m_oClient, cLast == 'x' ? FileStep::eFinished : FileStep::eFailed, 100));
     }
 }
 
@@ -270,6 +298,8 @@ TEST(AWireTargetTest, EveryFailureEndsTheTransfer)
 TEST_F(AWireTest, TransfersThatDoNotStart)
 {
     const std::string& strFile = File(Records(0, 1));
+    m_oPeer.Confirm("22");
+    EXPECT_EQ(m_oClient.SetConfig(0, 0, 0, 256, ""), 0x0E22); // so the page size is still asked for
     m_oPeer.Confirm("23");
     EXPECT_EQ(m_oClient.WriteFile(strFile), 0x0E23);
     m_oPeer.Confirm("00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00");
@@ -287,6 +317,18 @@ TEST(AWireTargetTest, AskedToTerminateItEndsAsFinished)
     oThread.Terminate();
     oThread.WaitForEnd();
     EXPECT_EQ(oThread.GetStep(), FileStep::eFinished);
+
+    // A block that somebody else has asked for is no longer waited for.
+    struct SThread : CQuorvelClientAWire::CWriteFileThread {
+        using CWriteFileThread::CWriteFileThread;
+        bool Drops()
+        {
+            m_anPending = {77, 78};
+            UpdateStatus();
+            return m_anPending.empty();
+        }
+    };
+    EXPECT_TRUE(SThread(*oTarget.pClient, File("x")).Drops());
 
     // Of nothing, nothing is done.
     const CQuorvelClientAWire::CWriteFileThread oEmpty(*oTarget.pClient, File(":00000001FF\n"));

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <functional>
 
 namespace
@@ -246,6 +247,74 @@ TEST(ConnectionTest, ClosingWithinAnIndicationEndsDelivery)
     ASSERT_TRUE(oPeer.WaitForClient(3));
     oPeer.Send(Block(5, 'e'));
     EXPECT_TRUE(oConnection.WaitForTelegrams(3));
+}
+
+TEST(ConnectionTest, ConnectingAnewWithinIndicationsTakesNoMoreMemory)
+{
+    const auto fnAddressSpace = [] { // in pages
+        long long nPages = 0;
+        std::ifstream("/proc/self/statm") >> nPages;
+        return nPages;
+    };
+    CTestPeer oPeer;
+    CRecorder oConnection;
+    oConnection.m_fnDataInd = [&] { EXPECT_EQ(oConnection.Connect(oPeer.GetPort()), 1); };
+    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    long long nBefore = 0;
+    for (unsigned int i = 1; i <= 60; ++i) {
+        ASSERT_TRUE(oPeer.WaitForClient(i));
+        if (i == 20)
+            nBefore = fnAddressSpace();
+        oPeer.Send(Block(5, 'a'));
+    }
+    ASSERT_TRUE(oPeer.WaitForClient(61));
+    EXPECT_LT(fnAddressSpace() - nBefore, 20 * 2048); // fewer than 20 stacks of 8 MiB
+}
+
+TEST(ConnectionTest, ClosingEndsWhatAnIndicationConnectsMeanwhile)
+{
+    CTestPeer oPeer;
+    CZelEvent oRunning;
+    CRecorder oConnection;
+    oConnection.m_fnDataInd = [&] {
+        oRunning.Signal();
+        EXPECT_TRUE(WaitUntil([&] { return oConnection.GetState() == 2; })); // the close waits for this
+        EXPECT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    };
+    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    oPeer.Send(Block(5, 'a'));
+    ASSERT_TRUE(oRunning.Wait(LONG));
+    EXPECT_EQ(oConnection.DisconnectReq(LONG), 1);
+    EXPECT_EQ(oConnection.GetState(), 0);
+}
+
+TEST(ConnectionTest, DeletedAtTheEndOfReceptionWhenNoOtherIndicationRuns)
+{
+    CTestPeer oPeer;
+    CZelEvent oGoOn;
+    CZelEvent oDeleted;
+    auto* const pConnection = new CRecorder;
+    pConnection->m_fnDataInd = [&] {
+        if (pConnection->GetTelegrams().size() == 1) {
+            EXPECT_EQ(pConnection->Connect(oPeer.GetPort()), 1); // the next telegram comes on another thread
+            oGoOn.Wait(LONG);
+            EXPECT_EQ(pConnection->GetTelegrams().size(), 2U);
+            return;
+        }
+        EXPECT_TRUE(pConnection->RunAtEndOfReception([&] {
+            delete pConnection;
+            oDeleted.Signal();
+        }));
+        EXPECT_EQ(pConnection->DisconnectReq(LONG), 1);
+    };
+    ASSERT_EQ(pConnection->Connect(oPeer.GetPort()), 1);
+    oPeer.Send(Block(5, 'a'));
+    ASSERT_TRUE(oPeer.WaitForClient(2));
+    oPeer.Send(Block(5, 'b'));
+    EXPECT_TRUE(oPeer.WaitForEndOfClient());
+    EXPECT_FALSE(oDeleted.Wait(100));
+    oGoOn.Signal();
+    EXPECT_TRUE(oDeleted.Wait(LONG));
 }
 
 TEST(ConnectionTest, ClosingFromAnotherThreadWaitsForARunningIndicationAndNoLonger)

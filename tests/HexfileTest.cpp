@@ -97,6 +97,9 @@ TEST_F(HexfileTest, BlocksAndBytes)
     EXPECT_EQ(oImage.GetDataByte(0x101), 2); // the first block that has it
     EXPECT_EQ(oImage.GetDataByte(0x102), 0x66);
     EXPECT_EQ(oImage.GetDataByte(0x90), 0);
+    oImage.GetMemoryBlocks()[0]->nAddress += 0x1000; // above the highest address nobody looks
+    EXPECT_EQ(oImage.GetDataByte(0x1101), 0);
+    oImage.GetMemoryBlocks()[0]->nAddress -= 0x1000;
     EXPECT_EQ(oImage.GetTotalBytes(), 7U);
     oImage.SetDataByte(0x101, 0x77);
     oImage.SetDataByte(0x10, 0x11); // a block of its own, and a new minimum
@@ -159,12 +162,16 @@ TEST_F(HexfileTest, MapNamesAndSizes)
 TEST_F(HexfileTest, IntelHex)
 {
     // The first extended address record of the process sets the minimum, later ones only lower it.
-    EXPECT_EQ(Load(":020000040001F9\n:0100000041BE\n"), "0 10000:41");
+    EXPECT_EQ(Load(":020000040001F9\n:020000020800F4\n:020000040002F8\n:0100000041BE\n"), "0 20000:41");
     EXPECT_EQ(m_pImage->GetType(), CImage::eTypeIntel);
-    EXPECT_EQ(m_pImage->GetMinAddress(), 0x10000U);
-    EXPECT_EQ(m_pImage->GetMaxAddress(), 0x10000U);
+    EXPECT_EQ(m_pImage->GetMinAddress(), 0x8000U);
+    EXPECT_EQ(m_pImage->GetMaxAddress(), 0x20000U);
     EXPECT_EQ(Load(":020000021000EC\n:0100000041BE\n"), "0 10000:41");
     EXPECT_EQ(m_pImage->GetMinAddress(), 0U);
+    CImage oLower; // the highest address is only raised
+    std::ofstream(m_strFile) << ":0100100041AE\n:0100000041BE\n";
+    EXPECT_EQ(oLower.LoadFile(m_strFile.c_str(), CImage::eTypeAuto), 0U);
+    EXPECT_EQ(oLower.GetMaxAddress(), 0x10U);
 
     struct {
         std::string strFile;
@@ -287,6 +294,7 @@ TEST_F(HexfileTest, Traces)
     CTraceRecorder oTraces;
     Load("S5030001FB\r\nS9030000FC\nS4030000FC\n");
     Load("");
+    CImage().LoadFile("/nowhere", CImage::eTypeAuto);
     const std::string strUnit = " source/QuorvelHexfile: ";
     const std::vector<std::string> astrExpected{
         "4" + strUnit + "Datei " + m_strFile + " wird geladen. ",
@@ -299,7 +307,8 @@ TEST_F(HexfileTest, Traces)
         "1" + strUnit + "File <" + m_strFile +
             ">: could not be opened.\n\nInvalid record type in data line: S4030000FC.",
         "2" + strUnit + "Eingabe " + m_strFile + " enthaelt keine Daten.",
-        "1" + strUnit + "File <" + m_strFile + ">: could not be opened.\n\n"};
+        "1" + strUnit + "File <" + m_strFile + ">: could not be opened.\n\n",
+        "1" + strUnit + "File </nowhere> could not be opened."};
     EXPECT_EQ(oTraces.Take(), astrExpected);
 }
 

@@ -56,6 +56,8 @@ TEST_F(RenesasTest, OutputsAreFilledWhateverTheResult)
     } aoCases[] = {
         {"00 11 22 33 44 55", 0, "11 22 33 ee", 3, 0x2211},
         {"23 11 22", 0x0923, "11 22 ee ee", 2, 0x2211},
+        {"00", 0, "ee ee ee ee", 0, 7},
+        {"00 11", 0, "11 ee ee ee", 1, 7},
         {" ", 0x000C0900, "00 00 00 ee", 3, 7},
         {"", 0x000B0000, "ee ee ee ee", 7, 7},
     };

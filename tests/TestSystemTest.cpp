@@ -127,6 +127,7 @@ TEST_F(TestSystemCOMTest, Decodes)
     const std::tuple<const char*, const char*, bool, unsigned int> aoCases[] = {
         {"00 01 02 03 04 05 06", "01 02 03 04 05 06", true, 0x05040302},
         {"00 00 02 03 04 85", "00 02 03 04 85", false, 0x85040302},
+        {"00", "", true, 9},
     };
     for (const auto& [pConfirmation, pName, bExpected, nExpected] : aoCases) {
         std::string strName = "old";
@@ -193,6 +194,7 @@ TEST_F(TestSystemCOMTest, FilesThatCannotBeSent)
     for (const std::string& strPath :
          {m_strDirectory + "none", m_strDirectory, std::string("/proc/self/mem"), strPipe}) {
         EXPECT_EQ(0x0D20, m_oClient.SendFile(strPath)) << strPath;
+        EXPECT_EQ(0x0D20, m_oClient.InstallConfig("c", strPath)) << strPath;
     }
 }
 

@@ -135,8 +135,8 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
     /**
      * Keep-alive probes: a peer that vanished without a word is noticed within about this time, even when
      * nothing is sent, and ConnectInd(false) follows. Holds for the present connection and later ones.
-     * @param nMilliSeconds the time, at least 2000 to be kept exactly (the system counts whole seconds);
-     *                      0 switches the probes off
+     * @param nMilliSeconds the time, at least 2000 to be kept, and rounded down to whole seconds, which the
+     *                      system counts; 0 switches the probes off
      */
     void SetAlive(unsigned int nMilliSeconds);
 

@@ -40,7 +40,7 @@ class QUORVEL_API CZelThread
      */
     bool Create();
 
-    /** Asks the thread to end: wakes Sleep and makes IsTerminating true. Does not wait. */
+    /** Asks the thread to end: wakes Sleep and makes IsTerminating true, for good. Does not wait. */
     void Terminate();
 
     /** @return true once Terminate was called */
@@ -52,7 +52,7 @@ class QUORVEL_API CZelThread
     /**
      * Pauses the calling thread, at most until Terminate is called.
      * @param nSeconds      whole seconds
-     * @param nMilliSeconds milliseconds, added
+     * @param nMilliSeconds milliseconds, added; together at most 49 days
      */
     void Sleep(unsigned int nSeconds, unsigned int nMilliSeconds);
 

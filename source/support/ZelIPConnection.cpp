@@ -100,8 +100,10 @@ void SetSocketAlive(int nSocket, unsigned int nMilliSeconds)
     // counts. The user time-out ends it exactly, and covers data that is never acknowledged.
     const int nSeconds = static_cast<int>(std::min(nMilliSeconds / 1000, 32767U));
     const int nInterval = std::max(1, nSeconds / 4);
+    // With a part of a second it would end behind the last probe, and that would be noticed an interval later.
+    const unsigned int nEnd = nMilliSeconds < 1000 ? nMilliSeconds : nMilliSeconds / 1000 * 1000;
     SetOption(nSocket, SOL_SOCKET, SO_KEEPALIVE, nMilliSeconds != 0 ? 1 : 0);
-    SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(std::min(nMilliSeconds, 0x7FFFFFFFU)));
+    SetOption(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(std::min(nEnd, 0x7FFFFFFFU)));
     if (nMilliSeconds == 0)
         return;
     SetOption(nSocket, IPPROTO_TCP, TCP_KEEPIDLE, std::max(1, nSeconds - 2 * nInterval));
@@ -165,9 +167,6 @@ CZelIPConnection::CZelIPConnection() : m_pState(std::make_unique<SState>()) {}
 CZelIPConnection::~CZelIPConnection()
 {
     DisconnectReq(0xFFFFFFFFU);
-    // What is left is the thread this runs on: it goes on to its end without this object.
-    for (const auto& pReception : m_pState->m_apRetired)
-        pReception->m_oThread.detach();
 }
 
 void CZelIPConnection::ConnectInd(bool /*bConnected*/) {}
@@ -197,7 +196,7 @@ try {
         return nRC;
     {
         const std::lock_guard oLock(m_pState->m_oMutex);
-        if (m_pState->m_nState == eStateConnecting)
+        if (m_pState->m_pCurrent) // another thread was faster
             return eStackInitialising;
         m_pState->SetCurrent(pReception);
         m_pState->m_nState = eStateConnecting;
@@ -272,15 +271,20 @@ int CZelIPConnection::DisconnectReq(unsigned int nTimeout)
 {
     const CZelDeadline oDeadline(nTimeout);
     const bool bReceiveThread = IsReceiveThread();
-    for (bool bFirst = true;; bFirst = false) {
+    for (;;) {
         std::shared_ptr<SReception> pReception;
         {
             const std::lock_guard oLock(m_pState->m_oMutex);
-            if (bFirst)
-                m_pState->Retire();
-            if (bReceiveThread || m_pState->m_apRetired.empty())
+            m_pState->Retire(); // also what an indication has connected meanwhile
+            const auto& apRetired = m_pState->m_apRetired;
+            // An indication waits for nothing, and only clears away what has ended: it may be the one that always
+            // connects anew.
+            const auto it = std::find_if(apRetired.begin(), apRetired.end(), [&](const auto& p) {
+                return !bReceiveThread || p->m_oEventEnded.Wait(0);
+            });
+            if (it == apRetired.end())
                 return eSuccess;
-            pReception = m_pState->m_apRetired.back();
+            pReception = *it;
             if (m_pState->m_nState == eStateNotConnected)
                 m_pState->m_nState = eStateDisconnecting;
         }
@@ -345,8 +349,9 @@ int CZelIPConnection::DataReq(std::initializer_list<std::string_view> aoPieces, 
         } else if (errno == EAGAIN) {
             nResult = WaitForSocket(pReception->m_nSocket, POLLOUT, oDeadline);
         } else if (errno != EINTR) {
-            nResult =
-                errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN ? eNotConnected : eSocketError;
+            const bool bLost =
+                errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN || errno == ETIMEDOUT;
+            nResult = bLost ? eNotConnected : eSocketError;
         }
     }
     if (nResult != eSuccess && nSent > 0) {
@@ -480,8 +485,15 @@ void CZelIPConnection::Receive(const std::shared_ptr<SReception>& pReception)
         const CZelLock oLock(pReception->m_oMutexSend);
         pReception->CloseSocket();
     }
-    if (pReception->m_fnLast)
-        pReception->m_fnLast(); // may delete this object: from here on only pReception is touched
     t_pReceiving = nullptr;
+    if (pReception->m_fnLast) {
+        {
+            // It may delete this object, which waits for all threads but this one.
+            const std::lock_guard oLock(m_pState->m_oMutex);
+            std::erase(m_pState->m_apRetired, pReception);
+            pReception->m_oThread.detach();
+        }
+        pReception->m_fnLast(); // from here on only pReception is touched
+    }
     pReception->m_oEventEnded.Signal();
 }

@@ -1,5 +1,6 @@
 #include "support/ZelThread.h"
 
+#include <algorithm>
 #include <exception>
 
 CZelThread::~CZelThread()
@@ -48,5 +49,6 @@ void CZelThread::WaitForEnd()
 
 void CZelThread::Sleep(unsigned int nSeconds, unsigned int nMilliSeconds)
 {
-    m_oEventTerminate.Wait(nSeconds * 1000 + nMilliSeconds);
+    constexpr unsigned long long LONGEST = 0xFFFFFFFE; // one more would be without end
+    m_oEventTerminate.Wait(static_cast<unsigned int>(std::min(nSeconds * 1000ULL + nMilliSeconds, LONGEST)));
 }
