@@ -96,7 +96,7 @@ Flash: only what differs is erased and programmed, and what lies beside it stays
 Every sector of a block, and one more: one byte in each of 17 sectors:
 
     $ image() { for i in {0..15}; do printf 'S104%X080%s%02X\n' $i $1 $(((123 - 16 * i - 0x$1) & 255)); done
-    > printf 'S205010080%s%02X\n' $1 $((121 - 0x$1)); }
+    > printf 'S205010080%s%02X\nS9030000FC\n' $1 $((121 - 0x$1)); }
     $ write() { image $1 | quorvel -q --trace=trace spi flash write - --offset 256K "${@:2}"; }
     $ erasing() { sed -n 's/.* 00000000  \(\(20\|d8\|21\|dc\) .*[0-9a-f]\) .*/\1/p' trace; }
     $ write 00 --format motorola && erasing
@@ -114,7 +114,7 @@ Every sector of a block, and one more: one byte in each of 17 sectors:
       device 0x07 != input 0x03 at addr 0x49080 (error)
       and 7 more
     quorvel: 17 of 17 bytes of flash differ from standard input: bits are only set on the device, as if not written
-    $ printf 'S10400800774' | quorvel -q --json spi flash verify - --offset 0x4f000 | no_seconds
+    $ printf 'S10400800774\nS9030000FC' | quorvel -q --json spi flash verify - --offset 0x4f000 | no_seconds
     {"operation":"verify","memory":"flash","bytes":1,"differing":0,"bits_set":false,"bits_cleared":false,"mismatches":[]}
     $ write 18 --no-erase 2>&1 | tail -1
     quorvel: 17 of 17 bytes of flash differ from standard input: bits are only cleared on the device, as if not erased before
