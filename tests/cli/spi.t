@@ -160,8 +160,14 @@ Bad arguments:
     quorvel: erase what? Give --all, --address or --length
     [2]
     $ quorvel spi flash erase --address 8M
-    quorvel: there are no 0 bytes at 0x800000: the flash has the addresses 0 to 0x7fffff
+    quorvel: --address: the flash has the addresses 0x0000-0x7fffff
     [2]
+    $ quorvel spi flash read - --address 0x7fffff --length 2
+    quorvel: --length: 2, but from 0x7fffff on the flash has 1 byte
+    [2]
+    $ printf '\n:0100000742B6\n' > lost.hex; quorvel spi flash write lost.hex
+    quorvel: lost.hex:2: a record of an unknown type: ':0100000742B6'
+    [5]
     $ quorvel spi flash read --size=-4K - 2>&1 | head -1
     quorvel: --size: '-4K' is no number of bytes, such as 4096, 0x1000 or 4K
     $ quorvel spi flash read --size 5000 - 2>&1 | head -1
@@ -194,7 +200,7 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     [1]
     $ simulator 127.90.1.17 --fault 'SPI:truncate=3'
     $ command quorvel -g 127.90.1.17 spi flash id
-    quorvel: read flash id: the answer holds 2 bytes instead of 4
+    quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer holds 2 bytes instead of 4: 0x000C0000, Quorvel TCP/IP telegram confirmation is invalid (the answer is damaged)
     [4]
     $ simulator 127.90.1.18 --fault 'SPI:silent@3'
     $ command quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin &
