@@ -98,21 +98,55 @@ unsigned GetDigit(char cDigit)
     return cLower >= 'a' && cLower <= 'f' ? static_cast<unsigned>(cLower - 'a') + 10 : 0;
 }
 
+unsigned GetByte(std::string_view strDigits)
+{
+    return GetDigit(strDigits[0]) << 4 | GetDigit(strDigits[1]);
+}
+
+// Adds bytes up; their digits are there.
+unsigned GetSum(std::string_view strDigits, unsigned nBytes)
+{
+    unsigned nSum = 0;
+    for (unsigned i = 0; i < nBytes; ++i)
+        nSum += GetByte(strDigits.substr(std::size_t{2} * i));
+    return nSum & 0xFF;
+}
+
 // The library does not test the checksums of S-records.
 bool HasWrongSum(std::string_view strLine)
 {
-    const auto fnByte = [&](std::size_t i) {
-        return GetDigit(strLine[2 * i + 2]) << 4 | GetDigit(strLine[2 * i + 3]);
-    };
     if (strLine.size() < 4 || strLine[0] != 'S')
         return false;
-    const unsigned nCount = fnByte(0);
-    if (strLine.size() < 4 + std::size_t{2} * nCount)
-        return true;
-    unsigned nSum = 0;
-    for (unsigned i = 0; i <= nCount; ++i)
-        nSum += fnByte(i);
-    return (nSum & 0xFF) != 0xFF;
+    const unsigned nCount = GetByte(strLine.substr(2));
+    return strLine.size() < 4 + std::size_t{2} * nCount || GetSum(strLine.substr(2), nCount + 1) != 0xFF;
+}
+
+// What a record is called that the library does not know, but that has no data in any case; null for all others.
+const char* GetNameWithoutData(std::string_view strLine)
+{
+    constexpr std::size_t START = 19; // characters of a start segment address
+    if (strLine.starts_with("S604") && !HasWrongSum(strLine))
+        return "a count of records, left out";
+    if (strLine.size() >= START && strLine.starts_with(":04") && strLine.substr(7, 2) == "03" &&
+        GetSum(strLine.substr(1), START / 2) == 0)
+        return "a start segment address, left out";
+    return nullptr;
+}
+
+bool IsRecord(std::string_view strLine)
+{
+    return strLine.starts_with(':') || strLine.starts_with('S');
+}
+
+bool IsEndRecord(std::string_view strLine)
+{
+    return strLine[0] == ':' ? strLine.size() > 8 && strLine.substr(7, 2) == "01"
+                             : strLine.size() > 1 && strLine[1] >= '7' && strLine[1] <= '9';
+}
+
+std::string GetName(const std::string& strPath)
+{
+    return strPath == "-" ? "standard input" : strPath;
 }
 
 // Appends a range that is above all others.
@@ -358,7 +392,15 @@ int CImage::Load(const CTool& oTool, const std::string& strPath, EType eType)
     std::string strContent;
     if (const int nStatus = ReadFile(oTool, strPath, strContent); nStatus != 0)
         return nStatus;
-    return Parse(oTool, strPath == "-" ? "standard input" : strPath, std::move(strContent), eType);
+    return Parse(oTool, GetName(strPath), std::move(strContent), eType);
+}
+
+int CImage::LoadData(const CTool& oTool, const std::string& strPath, EType eType)
+{
+    const int nStatus = Load(oTool, strPath, eType);
+    if (nStatus == 0 && m_aoRanges.empty())
+        return oTool.Fail(eStatusFile, GetName(strPath) + ": there are no data in it");
+    return nStatus;
 }
 
 int CImage::Parse(const CTool& oTool, const std::string& strName, std::string strContent,
@@ -372,6 +414,11 @@ int CImage::Parse(const CTool& oTool, const std::string& strName, std::string st
         m_eType = strContent[0] == ':'   ? CQuorvelHexfile::eTypeIntel
                   : strContent[0] == 'S' ? CQuorvelHexfile::eTypeMotorola
                                          : CQuorvelHexfile::eTypeBinary;
+    // A comment or an empty line may come first.
+    if (const EType eNamed = GetFormatOfName(strName); eType == CQuorvelHexfile::eTypeAuto &&
+                                                       m_eType == CQuorvelHexfile::eTypeBinary &&
+                                                       eNamed != CQuorvelHexfile::eTypeAuto)
+        m_eType = eNamed;
     if (m_eType == CQuorvelHexfile::eTypeBinary) {
         if (strContent.size() > MAX_ADDRESS)
             return oTool.Fail(eStatusFile, strName + ": 4 GiB or more are no image");
@@ -385,6 +432,7 @@ int CImage::Parse(const CTool& oTool, const std::string& strName, std::string st
     CMap oMap;
     unsigned nBase = 0;
     unsigned nLine = 0;
+    bool bEnded = false;
     std::string strLine;
     for (std::size_t nStart = 0; nStart < strContent.size();) {
         std::size_t nEnd = strContent.find('\n', nStart);
@@ -400,22 +448,26 @@ int CImage::Parse(const CTool& oTool, const std::string& strName, std::string st
             nResult = CQuorvelHexfile::eResultChecksum;
         if (oMap.IsLarge())
             Set(oMap.TakeRanges());
+        if (IsRecord(strLine))
+            bEnded = IsEndRecord(strLine);
         if (nResult == CQuorvelHexfile::eResultOk)
             continue;
-        if (nResult == CQuorvelHexfile::eResultRecordType)
-            oFaults.Tell(nLine, strLine,
-                         strLine.starts_with(':') && strLine.compare(7, 2, "03") == 0
-                             ? "a start segment address, left out"
-                             : "a record of an unknown type, left out",
-                         true);
-        else
+        if (nResult == CQuorvelHexfile::eResultRecordType) {
+            const char* const pName = GetNameWithoutData(strLine);
+            oFaults.Tell(nLine, strLine, pName != nullptr ? pName : "a record of an unknown type",
+                         pName != nullptr);
+        } else {
             oFaults.Tell(nLine, strLine,
                          nResult == CQuorvelHexfile::eResultChecksum ? "wrong checksum"
                                                                      : "no complete record",
                          bTolerant && nResult == CQuorvelHexfile::eResultChecksum);
+        }
     }
     Set(oMap.TakeRanges());
-    return oFaults.GetStatus();
+    const int nStatus = oFaults.GetStatus();
+    if (nStatus == 0 && !bEnded)
+        oTool.Warn(strName + ": no end record: is the file complete?");
+    return nStatus;
 }
 
 int CImage::Save(CTool& oTool, const std::string& strPath, EType eType, bool bComments) const
@@ -547,6 +599,21 @@ CLI::Option& AddAddressesOption(CLI::App& oApp, const std::string& strName,
         oAddresses = SAddresses{*nFirst, *nLast};
     };
     return *oApp.add_option_function<std::string>(strName, fnSet, strText)->type_name("FIRST-LAST");
+}
+
+int FindRange(const CTool& oTool, std::string_view strMemory, const SAddresses& oMemory,
+              std::optional<std::uint64_t> nFirst, std::optional<std::uint64_t> nLength, SAddresses& oRange)
+{
+    oRange.nFirst = nFirst.value_or(oMemory.nFirst);
+    if (oRange.nFirst < oMemory.nFirst || oRange.nFirst > oMemory.nLast)
+        return oTool.Fail(eStatusUsage, fmt::format("--address: {} has the addresses 0x{:04x}-0x{:04x}",
+                                                    strMemory, oMemory.nFirst, oMemory.nLast));
+    const std::uint64_t nRest = oMemory.nLast - oRange.nFirst + 1;
+    if (nLength && (*nLength == 0 || *nLength > nRest))
+        return oTool.Fail(eStatusUsage, fmt::format("--length: {}, but from 0x{:04x} on {} has {}", *nLength,
+                                                    oRange.nFirst, strMemory, Plural(nRest, "byte")));
+    oRange.nLast = oRange.nFirst + nLength.value_or(nRest) - 1;
+    return eStatusDone;
 }
 
 std::uint32_t GetCrc32(std::string_view strBytes, std::uint32_t nCrc)

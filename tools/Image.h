@@ -54,15 +54,18 @@ class CImage
     };
 
     /**
-     * Loads a file. Every fault is reported with its line: a record that is only left out, such as a start
-     * segment address, is a warning; anything else an error, also a wrong checksum of an S-record. What could be
-     * read is there even then.
+     * Loads a file. Every fault is reported with its line: a record without data, such as a start segment address,
+     * is a warning; anything else an error, also a wrong checksum of an S-record and a record of an unknown type.
+     * What could be read is there even then. That the last record is no end record is a warning.
      * @param oTool   reports
      * @param strPath the file, "-" for standard input
-     * @param eType   its format; eTypeAuto looks at the first character
+     * @param eType   its format; eTypeAuto looks at the first character, and when that tells none, at the name
      * @return 0, or the exit status of a failure, which was reported
      */
     int Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType);
+
+    /// Loads a file; otherwise as Load, but one without data is a failure, too.
+    int LoadData(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType);
 
     /**
      * Loads the content of a file; otherwise as Load.
@@ -135,6 +138,11 @@ const char* GetFormatName(CQuorvelHexfile::EType eType);
 /// @return the format that the ending of a file's name stands for; eTypeAuto when it tells none
 CQuorvelHexfile::EType GetFormatOfName(const std::string& strPath);
 
+/// What the format option of a file that is read says; see CImage::Load.
+constexpr const char* FORMAT_OF_CONTENT =
+    "Format of the file; auto: the first character decides, ':' Intel HEX, 'S' S-records, with any other the "
+    "ending of its name, .hex .ihex .ihx .mcs Intel HEX, .srec .s19 .s28 .s37 .mot S-records, else binary";
+
 /// What the format option of a file that is written says; see GetOutputFormat.
 constexpr const char* FORMAT_OF_NAME =
     "Format of the file; auto: the ending of its name decides, .hex .ihex .ihx .mcs "
@@ -150,6 +158,19 @@ CLI::Option& AddFormatOption(CLI::App& oApp, const std::string& strName, CQuorve
 /// Adds an option for addresses, FIRST-LAST.
 CLI::Option& AddAddressesOption(CLI::App& oApp, const std::string& strName,
                                 std::optional<SAddresses>& oAddresses, const std::string& strText);
+
+/**
+ * Finds what the options --address and --length choose of a memory.
+ * @param oTool     reports
+ * @param strMemory what reports call the memory
+ * @param oMemory   its addresses
+ * @param nFirst    first address; nothing: that of the memory
+ * @param nLength   how many bytes; nothing: up to the end
+ * @param oRange    receives the addresses
+ * @return 0, or the exit status of a failure, which was reported
+ */
+int FindRange(const CTool& oTool, std::string_view strMemory, const SAddresses& oMemory,
+              std::optional<std::uint64_t> nFirst, std::optional<std::uint64_t> nLength, SAddresses& oRange);
 
 /**
  * The CRC-32 of zip and Ethernet.

@@ -13,7 +13,8 @@ namespace
 
 using EAction = SMemoryOperation::EAction;
 
-constexpr std::uint64_t SMALL = 32; // bytes that have no bar
+constexpr std::uint64_t SMALL = 32;           // bytes that have no bar
+constexpr std::string_view UNWRITABLE = "em"; // formats that are only read
 
 std::string Bytes(std::uint64_t nCount)
 {
@@ -99,15 +100,12 @@ std::string RangeText(std::uint64_t nFirst, std::uint64_t nLast)
 
 } // namespace
 
-std::optional<SAddresses> CProgrammer::SOptions::GetRange(const SMemory& oMemory) const
+int CProgrammer::SOptions::FindRange(const CTool& oTool, const SMemory& oMemory, SAddresses& oRange) const
 {
-    const std::uint64_t nStart = nFirst.value_or(oMemory.nAddress);
-    if (oMemory.nSize == 0 || nStart < oMemory.nAddress || nStart > oMemory.GetLast())
-        return std::nullopt;
-    const std::uint64_t nRest = oMemory.GetLast() - nStart + 1;
-    if (nLength.value_or(nRest) == 0 || nLength.value_or(nRest) > nRest)
-        return std::nullopt;
-    return SAddresses{nStart, nStart + nLength.value_or(nRest) - 1};
+    if (oMemory.nSize == 0)
+        return oTool.Fail(eStatusRefused, fmt::format("the target has no {}", oMemory.strName));
+    return ::FindRange(oTool, oMemory.strName, {oMemory.nAddress, oMemory.GetLast()}, nFirst, nLength,
+                       oRange);
 }
 
 void CProgrammer::PrintJson(const char* pOperation, const SMemory& oMemory, const CJson& oMore) const
@@ -140,7 +138,7 @@ int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
             continue;
         if (cFormat == 'a')
             cFormat = anMemories->size() == 1 ? 'r' : 'I';
-        if (cFormat == 'e' || cFormat == 'm')
+        if (UNWRITABLE.find(cFormat) != std::string_view::npos)
             return m_oTool.Fail(eStatusUsage, fmt::format("the format {} cannot be written", cFormat));
         if (cFormat == 'r' && anMemories->size() > 1)
             return m_oTool.Fail(eStatusUsage, "a raw file holds one memory only");
@@ -253,11 +251,10 @@ int CProgrammer::ReadJob(const SJob& oJob)
     CImage oImage;
     for (const std::size_t n : oJob.anMemories) {
         const SMemory& oMemory = m_oTarget.GetMemories()[n];
-        const auto oRange = m_oOptions.GetRange(oMemory);
-        if (!oRange)
-            return m_oTool.Fail(eStatusUsage, fmt::format("--address, --length: {} is {}", oMemory.strName,
-                                                          RangeText(oMemory.nAddress, oMemory.GetLast())));
-        const auto [nFirst, nLast] = *oRange;
+        SAddresses oRange{};
+        if (const int nStatus = m_oOptions.FindRange(m_oTool, oMemory, oRange); nStatus != 0)
+            return nStatus;
+        const auto [nFirst, nLast] = oRange;
         const std::uint64_t nLength = nLast - nFirst + 1;
         m_oTool.Note(fmt::format("Reading {} from {}", Bytes(nLength), oMemory.strName));
         CImage oWanted;
@@ -429,13 +426,15 @@ int CProgrammer::Verify(const SJob& oJob, const SMemory& oMemory, const CImage& 
     return oVerify.Report(oJob.oOperation.eAction == EAction::eVerify || oImage.GetSize() > SMALL);
 }
 
-void AddFormatOption(CLI::App& oApp, std::string& strFormat)
+void AddFormatOption(CLI::App& oApp, std::string& strFormat, EAction eAction)
 {
     std::vector<std::string> astrFormats;
-    for (const char c : MEMORY_FORMATS)
-        astrFormats.emplace_back(1, c);
+    for (const char c : MEMORY_FORMATS) {
+        if (eAction != EAction::eRead || UNWRITABLE.find(c) == std::string_view::npos)
+            astrFormats.emplace_back(1, c);
+    }
     oApp.add_option("--format", strFormat, "Format of the file, see below")
-        ->type_name("a|b|d|e|h|i|I|m|o|r|s")
+        ->type_name(fmt::format("{}", fmt::join(astrFormats, "|")))
         ->check(CLI::IsMember(astrFormats).description(""));
 }
 
@@ -450,14 +449,17 @@ void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions)
 namespace
 {
 
-constexpr const char* FORMATS = "Formats: a automatic (reads ELF, Intel HEX, S-records, anything else is "
-                                "raw), i Intel HEX, I Intel HEX with "
-                                "comments (a wrong checksum is only a warning), s S-records, r raw, e ELF "
-                                "(read only; what it loads, at the "
-                                "physical addresses), d, h, o, b decimal, hexadecimal, octal or binary "
-                                "numbers separated by commas, and m: "
-                                "then FILE is not a file but the bytes themselves, such as 0x01,2,3. The "
-                                "file - is standard input or output.";
+constexpr const char* FORMATS =
+    "Formats: a automatic (ELF, Intel HEX, S-records, anything else is raw, unless its name ends like Intel "
+    "HEX or S-records), i Intel HEX, I Intel HEX with comments (a wrong checksum is only a warning), "
+    "s S-records, r raw, e ELF (what it loads, at the physical addresses), d, h, o, b decimal, hexadecimal, "
+    "octal or binary numbers separated by commas, and m: then FILE is not a file but the bytes themselves, "
+    "such as 0x01,2,3.";
+
+constexpr const char* FORMATS_WRITTEN =
+    "Formats: i Intel HEX, I Intel HEX with comments, s S-records, r raw, d, h, o, b decimal, hexadecimal, "
+    "octal or binary numbers separated by commas, a automatic: r for one memory, I for several, as without "
+    "--format.";
 
 constexpr const char* STATUS = "Exit status: 0 done, 1 refused by the gateway, 2 usage, 3 the target differs "
                                "from the file, 4 no answer, 5 the "
@@ -585,10 +587,12 @@ CTargetFlash::CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts)
         "as "
         "flash,user or all or all,-user. What is written is erased before, unless -D, but nothing twice in "
         "one run, "
-        "and read back and compared, unless -V. {}\n\n{}\n\nA file name may contain colons: only a known "
+        "and read back and compared, unless -V. {}\n\n{} The file - is standard input or output.\n\nA file "
+        "name may contain colons: only a known "
         "format "
         "letter behind the last one is a format. Reading writes a raw file for one memory, format I for "
-        "several.\n\nDifferences are told on standard error, the first 10 as lines, then how many bytes "
+        "several; e and m cannot be written.\n\nDifferences are told on standard error, the first 10 as "
+        "lines, then how many bytes "
         "differ and "
         "whether bits are only set or only cleared. With -v the speed is told. With --json one object is "
         "printed for "
@@ -624,13 +628,16 @@ CTargetOperation<eAction>::CTargetOperation(CLI::App& oGroup, const STargetTexts
     : CTargetVerb(oGroup, OPERATION_TEXTS<eAction>.first, OPERATION_TEXTS<eAction>.second)
 {
     m_oOperation.eAction = eAction;
-    m_oApp.add_option("FILE", m_oOperation.strFile, "The file, - for standard input or output")
+    constexpr bool bRead = eAction == EAction::eRead;
+    m_oApp
+        .add_option("FILE", m_oOperation.strFile,
+                    bRead ? "The file, - for standard output" : "The file, - for standard input")
         ->type_name("")
         ->required();
     AddMemoryOption(m_oApp, m_oOperation.strMemories);
-    AddFormatOption(m_oApp, m_strFormat);
+    AddFormatOption(m_oApp, m_strFormat, eAction);
     std::string strExample = Example(oTexts, OPERATION_TEXTS<eAction>.first);
-    if constexpr (eAction == EAction::eRead) {
+    if constexpr (bRead) {
         AddRangeOptions(m_oApp, m_oOptions);
         strExample += fmt::format(" - --format h --address {} --length 16", oTexts.pFirstData);
     } else {
@@ -642,10 +649,9 @@ CTargetOperation<eAction>::CTargetOperation(CLI::App& oGroup, const STargetTexts
             AddWriteOptions(m_oApp, m_oOptions);
         strExample += " diag.hex";
     }
-    m_oApp.footer(
-        fmt::format("{}{}\n\n{} Reading writes a raw file for one memory, format I for several.\n\n{}\n\n{}",
-                    oTexts.pMemories, eAction == EAction::eWrite ? std::string(" ") + oTexts.pErasing : "",
-                    FORMATS, STATUS, strExample));
+    m_oApp.footer(fmt::format("{}{}\n\n{}\n\n{}\n\n{}", oTexts.pMemories,
+                              eAction == EAction::eWrite ? std::string(" ") + oTexts.pErasing : "",
+                              bRead ? FORMATS_WRITTEN : FORMATS, STATUS, strExample));
 }
 
 template<EAction eAction>

@@ -81,8 +81,8 @@ class CProgrammer
         /// Bytes to read; nothing: up to the end of the memory.
         std::optional<std::uint64_t> nLength;
 
-        /// @return the addresses to read; nothing when they are not all in the memory
-        std::optional<SAddresses> GetRange(const SMemory& oMemory) const;
+        /// Finds the addresses to read; otherwise as ::FindRange.
+        int FindRange(const CTool& oTool, const SMemory& oMemory, SAddresses& oRange) const;
     };
 
     CProgrammer(CTool& oTool, CTarget& oTarget, const SOptions& oOptions)
@@ -203,8 +203,8 @@ class CTargetOperation : public CTargetVerb
     CProgrammer::SOptions m_oOptions;
 };
 
-/// Adds the option for the format of a file.
-void AddFormatOption(CLI::App& oApp, std::string& strFormat);
+/// Adds the option for the format of a file. @param eAction what is done with it: a file is written by reading
+void AddFormatOption(CLI::App& oApp, std::string& strFormat, SMemoryOperation::EAction eAction);
 
 /// Adds the options --address and --length.
 void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions);

@@ -4,6 +4,7 @@
 
 #include "Gateway.h"
 #include "QuorvelClientSPI.h"
+#include "Text.h"
 
 #include <atomic>
 #include <string>
@@ -16,7 +17,7 @@ class CSpiGateway : public CGateway<CQuorvelClientSPI>
     /// The most bytes that an answer holds.
     static constexpr std::size_t MAX_TRANSFER = 65527;
 
-    explicit CSpiGateway(CTool& oTool) : CGateway(oTool), m_oTool(oTool) {}
+    explicit CSpiGateway(CTool& oTool) : CGateway(oTool) {}
     ~CSpiGateway() override { StopReception(); }
 
     /**
@@ -31,12 +32,18 @@ class CSpiGateway : public CGateway<CQuorvelClientSPI>
         m_nAnswered = 0;
         const int nRC = DataReq(strWrite.data(), static_cast<unsigned short>(strWrite.size()), strRead.data(),
                                 static_cast<unsigned short>(strRead.size()));
-        if (nRC == 0 && m_nAnswered >= strRead.size())
+        return nRC == 0 ? CheckLength(strOperation, strRead.size()) : Check(std::string(strOperation), nRC);
+    }
+
+    /// Reports an answer that holds less than it should. @return 0, or the exit status
+    int CheckLength(std::string_view strOperation, std::size_t nLength) const
+    {
+        constexpr int RC_SHORT_ANSWER = 0x000C0000;
+        if (GetAnswered() >= nLength)
             return eStatusDone;
-        if (nRC == 0)
-            return m_oTool.Fail(eStatusNoAnswer, fmt::format("{}: the answer holds {} bytes instead of {}",
-                                                             strOperation, GetAnswered(), strRead.size()));
-        return Check(std::string(strOperation), nRC);
+        return Check(fmt::format("{}: the answer holds {} instead of {}", strOperation,
+                                 Plural(GetAnswered(), "byte"), nLength),
+                     RC_SHORT_ANSWER);
     }
 
     /// @return the number of bytes in the last answer, behind its result
@@ -52,7 +59,6 @@ class CSpiGateway : public CGateway<CQuorvelClientSPI>
     }
 
   private:
-    CTool& m_oTool;
     std::atomic<std::size_t> m_nAnswered{0};
 };
 

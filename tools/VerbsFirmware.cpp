@@ -26,9 +26,11 @@ constexpr int RC_SHORT_ANSWER = 0x000C0000;
 class CFirmwareTarget : public CTarget
 {
   public:
-    explicit CFirmwareTarget(CTool& oTool)
+    /// @param bNeedsEEPROM true: a gateway that does not tell how large its EEPROM is does not open
+    explicit CFirmwareTarget(CTool& oTool, bool bNeedsEEPROM = false)
         : CTarget({{"flash", 0, BLOCKS * BLOCK, BLOCK, BLOCKS * BLOCK}, {"eeprom"}}),
           m_oTool(oTool),
+          m_bNeedsEEPROM(bNeedsEEPROM),
           m_oGateway(oTool)
     {
     }
@@ -42,6 +44,11 @@ class CFirmwareTarget : public CTarget
         int nSize = 0;
         const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize));
         m_aoMemories[1].nSize = static_cast<unsigned>(nSize);
+        if (nStatus == 0 && nSize <= 0 && m_bNeedsEEPROM)
+            return m_oTool.Fail(eStatusNoAnswer,
+                                fmt::format("{} gateway {}:{}: the gateway tells no EEPROM size",
+                                            GetKindName(eDeviceFirmware), m_oTool.GetOptions().strHost,
+                                            m_oTool.GetPort(eDeviceFirmware)));
         return nStatus;
     }
 
@@ -142,6 +149,7 @@ class CFirmwareTarget : public CTarget
     static bool IsFlash(const SMemory& oMemory) { return oMemory.strName == "flash"; }
 
     CTool& m_oTool;
+    bool m_bNeedsEEPROM;
     CGateway<CQuorvelClientFirmware> m_oGateway;
 };
 
@@ -186,14 +194,14 @@ class CFirmwareOperation : public CVerb
     {
         m_oOperation.strMemories = pMemory;
         m_oOperation.eAction = eAction;
-        AddFormatOption(m_oApp, m_strFormat);
+        AddFormatOption(m_oApp, m_strFormat, eAction);
     }
 
     int Run(CTool& oTool) override
     {
         if (!m_strFormat.empty())
             m_oOperation.cFormat = m_strFormat[0];
-        CFirmwareTarget oTarget(oTool);
+        CFirmwareTarget oTarget(oTool, m_oOperation.strMemories == "eeprom");
         CProgrammer oProgrammer(oTool, oTarget, m_oOptions);
         const int nStatus = oProgrammer.Prepare({m_oOperation});
         return nStatus != 0 ? nStatus : oProgrammer.Run();
@@ -247,14 +255,14 @@ class CEepromRead : public CFirmwareOperation
     {
         if (!m_oOperation.strFile.empty())
             return CFirmwareOperation::Run(oTool);
-        CFirmwareTarget oTarget(oTool);
+        CFirmwareTarget oTarget(oTool, true);
         if (const int nStatus = oTarget.Open(); nStatus != 0)
             return nStatus;
         const SMemory& oMemory = oTarget.GetMemories()[1];
-        const auto oRange = m_oOptions.GetRange(oMemory);
-        if (!oRange)
-            return oTool.Fail(eStatusUsage, fmt::format("the EEPROM is 0x0000-0x{:04x}", oMemory.GetLast()));
-        const auto [nFirst, nLast] = *oRange;
+        SAddresses oRange{};
+        if (const int nStatus = m_oOptions.FindRange(oTool, oMemory, oRange); nStatus != 0)
+            return nStatus;
+        const auto [nFirst, nLast] = oRange;
         std::string strBytes;
         if (const int nStatus =
                 oTarget.Read(oMemory, nFirst, nLast - nFirst + 1, strBytes, [](std::uint64_t) {});
@@ -286,8 +294,8 @@ class CEepromWrite : public CFirmwareOperation
         m_oApp.footer(
             "The first 256 bytes are the device information: serial number and versions, most significant "
             "byte "
-            "first. Formats: a automatic (Intel HEX, S-records, ELF, anything else raw), i, s, e, r, d, h, "
-            "o, b "
+            "first. Formats: a automatic (Intel HEX, S-records, ELF, anything else raw, unless its name ends "
+            "like Intel HEX or S-records), i, s, e, r, d, h, o, b "
             "numbers, and m: then FILE is not a file but the bytes themselves.\n\nquorvel -g 192.168.0.10 "
             "firmware eeprom write --address 0x100 --format m 0x12,0x34");
     }
@@ -301,7 +309,7 @@ class CFirmwareUpdate : public CVerb
         m_oApp.add_option("FILE", m_oOperation.strFile, "The firmware, - for standard input")
             ->type_name("")
             ->required();
-        AddFormatOption(m_oApp, m_strFormat);
+        AddFormatOption(m_oApp, m_strFormat, m_oOperation.eAction);
         m_oApp.add_flag("-y,--yes", m_bYes, "Do not ask for permission");
         m_oApp
             .add_option("--restart-time", m_nRestartTime, "How long to wait until the gateway answers again")

@@ -64,7 +64,8 @@ unsigned GetChipCount(unsigned nAddressing)
 class CEepromVerb : public CVerb
 {
   public:
-    CEepromVerb(CLI::App& oGroup, const std::string& strName, const std::string& strText)
+    CEepromVerb(CLI::App& oGroup, const std::string& strName, const std::string& strText,
+                const char* pStandard)
         : CVerb(oGroup, strName, strText)
     {
         std::vector<std::string> astrNames;
@@ -85,7 +86,7 @@ class CEepromVerb : public CVerb
         m_oApp.add_option("--chip", m_nChip, "Chip number, the level of its address pins")
             ->type_name("N")
             ->capture_default_str();
-        m_oApp.add_option("FILE", m_strFile, "The file; - is standard input or output")
+        m_oApp.add_option("FILE", m_strFile, fmt::format("The file; - is standard {}", pStandard))
             ->required()
             ->type_name("");
     }
@@ -93,8 +94,7 @@ class CEepromVerb : public CVerb
   protected:
     void AddInput()
     {
-        AddFormatOption(m_oApp, "--format", m_eFormat,
-                        "Format of the file; auto: the first character decides");
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_CONTENT);
         m_oApp.add_option("--offset", m_nOffset, "Added to every address of the file")
             ->type_name("BYTES")
             ->check(CLI::Range(0U, MAX_OFFSET).description(""))
@@ -133,7 +133,7 @@ class CEepromVerb : public CVerb
     int LoadImage(const CTool& oTool, CImage& oImage) const
     {
         CImage oFile;
-        if (const int nStatus = oFile.Load(oTool, m_strFile, m_eFormat); nStatus != 0)
+        if (const int nStatus = oFile.LoadData(oTool, m_strFile, m_eFormat); nStatus != 0)
             return nStatus;
         for (const CImage::SRange& oRange : oFile.GetRanges()) {
             const std::uint64_t nLast = oRange.GetLast() + m_nOffset;
@@ -210,8 +210,12 @@ class CEepromVerb : public CVerb
             nTotal += oRange.strBytes.size();
         CProgress oProgress(oTool, pTitle, nTotal);
         std::uint64_t nDone = 0;
+        // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
+        oTool.GetInterrupt().SetAction({});
         for (CImage::SRange& oRange : aoRanges) {
             for (std::uint64_t nOffset = oRange.nAddress; nOffset <= oRange.GetLast();) {
+                if (oTool.GetInterrupt().GetSignal() != 0)
+                    return oTool.Fail(eStatusNoAnswer, "");
                 const std::uint64_t nNext = std::min(oRange.GetLast() + 1, (nOffset / PIECE + 1) * PIECE);
                 const auto nLength = static_cast<unsigned short>(nNext - nOffset);
                 unsigned short nMoved = 0;
@@ -220,8 +224,8 @@ class CEepromVerb : public CVerb
                 if (nRC == 0 && nMoved < nLength)
                     nRC = RC_SHORT_ANSWER;
                 if (nRC != 0)
-                    return oMemory.Check(fmt::format("{} {} bytes at 0x{:04x}", pVerb, nLength, nOffset),
-                                         nRC);
+                    return oMemory.Check(
+                        fmt::format("{} {} at 0x{:04x}", pVerb, Plural(nLength, "byte"), nOffset), nRC);
                 nDone += nLength;
                 oProgress.Update(nDone);
                 nOffset = nNext;
@@ -235,7 +239,8 @@ class CEepromVerb : public CVerb
 class CEepromRead : public CEepromVerb
 {
   public:
-    explicit CEepromRead(CLI::App& oGroup) : CEepromVerb(oGroup, "read", "Read a memory into a file")
+    explicit CEepromRead(CLI::App& oGroup)
+        : CEepromVerb(oGroup, "read", "Read a memory into a file", "output")
     {
         AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_NAME);
         m_oApp.add_option("--address", m_nAddress, "First address")
@@ -251,17 +256,17 @@ class CEepromRead : public CEepromVerb
 
     int Run(CTool& oTool) override
     {
-        if (const int nStatus = ParseMemory(oTool); nStatus != 0)
+        SAddresses oRange{};
+        if (int nStatus = ParseMemory(oTool);
+            nStatus != 0 || (nStatus = FindRange(oTool, "the memory", {0, GetSize() - 1}, m_nAddress,
+                                                 m_nLength, oRange)) != 0)
             return nStatus;
-        const std::uint64_t nLength = m_nLength.value_or(GetSize() - std::min(m_nAddress, GetSize()));
-        if (nLength == 0 || nLength > GetSize() || m_nAddress > GetSize() - nLength)
-            return oTool.Fail(eStatusUsage,
-                              fmt::format("--address, --length: the memory has {} bytes", GetSize()));
         COutputFile oFile(oTool);
         CMemory oMemory(oTool);
         if (int nStatus = oMemory.OpenGateway(); nStatus != 0 || (nStatus = oFile.Open(m_strFile)) != 0)
             return nStatus;
-        std::vector<CImage::SRange> aoRanges{{m_nAddress, std::string(nLength, '\0')}};
+        std::vector<CImage::SRange> aoRanges{
+            {oRange.nFirst, std::string(oRange.nLast - oRange.nFirst + 1, '\0')}};
         if (const int nStatus = ReadRanges(oTool, oMemory, aoRanges); nStatus != 0)
             return nStatus;
         CImage oImage;
@@ -278,7 +283,7 @@ class CEepromWrite : public CEepromVerb
 {
   public:
     explicit CEepromWrite(CLI::App& oGroup)
-        : CEepromVerb(oGroup, "write", "Write a file into a memory, and verify")
+        : CEepromVerb(oGroup, "write", "Write a file into a memory, and verify", "input")
     {
         AddInput();
         m_oApp.add_flag("-V,--no-verify", m_bNoVerify, "Do not read back and compare");
@@ -287,7 +292,7 @@ class CEepromWrite : public CEepromVerb
             "of the memory and waits until each is "
             "stored.\n\n"
             "Status: 1 when the memory does not acknowledge (NACK), 3 when it does not hold what was "
-            "written, 5 when the file cannot be read or does not fit the memory.\n\n"
+            "written, 5 when the file cannot be read or has no data, or does not fit the memory.\n\n"
             "quorvel -g 192.168.0.10 i2c eeprom write --type 24c256 content.hex");
     }
 
@@ -300,7 +305,7 @@ class CEepromWrite : public CEepromVerb
             nStatus = WriteRanges(oTool, oMemory, oImage.GetRanges());
         if (nStatus != 0)
             return nStatus;
-        oTool.Note(fmt::format("{} bytes of EEPROM written", oImage.GetSize()));
+        oTool.Note(Plural(oImage.GetSize(), "byte") + " of EEPROM written");
         return m_bNoVerify ? eStatusDone : VerifyImage(oTool, oMemory, oImage);
     }
 
@@ -311,7 +316,8 @@ class CEepromWrite : public CEepromVerb
 class CEepromVerify : public CEepromVerb
 {
   public:
-    explicit CEepromVerify(CLI::App& oGroup) : CEepromVerb(oGroup, "verify", "Compare a memory with a file")
+    explicit CEepromVerify(CLI::App& oGroup)
+        : CEepromVerb(oGroup, "verify", "Compare a memory with a file", "input")
     {
         AddInput();
         m_oApp.footer("Reports the first ten bytes that differ, how many do, and whether bits are only set "

@@ -16,9 +16,6 @@ constexpr std::uint64_t MAX_FILL = 0x40000000; // bytes
 constexpr std::uint64_t MAP_COLUMNS = 80;
 constexpr std::uint64_t DUMP_WIDTH = 16;
 
-constexpr const char* FORMAT_TEXT =
-    "Format of the input; auto: the first character decides, ':' Intel HEX, 'S' S-records, else binary";
-
 /// A verb with an image to read.
 class CImageVerb : public CVerb
 {
@@ -32,7 +29,7 @@ class CImageVerb : public CVerb
     void AddInput()
     {
         m_oApp.add_option("FILE", m_strFile, "The image; - is standard input")->required()->type_name("FILE");
-        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_TEXT);
+        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_CONTENT);
     }
 
     std::string m_strFile;
@@ -48,13 +45,14 @@ class CImageInfo : public CVerb
         m_oApp.add_option("FILE", m_astrFiles, "The images; - is standard input")
             ->required()
             ->type_name("FILE");
-        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_TEXT);
+        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_CONTENT);
         m_oApp.footer(
             "Addresses are those of the first and of the last byte: the last one is included. The CRC-32 is "
             "that of zip and Ethernet; that of all data runs over the ranges and leaves out the holes.\n\n"
             "A line at fault is told on standard error with its number, and the status is 5; what could be "
-            "read is printed all the same. A record that can be left out, such as a start segment address "
-            "(type 03 of Intel HEX), is a warning only. The checksums of S-records are checked, too.\n\n"
+            "read is printed all the same. A record without data, such as a start segment address (type 03 "
+            "of Intel HEX), and a missing end record are warnings only. The checksums of S-records are "
+            "checked, too.\n\n"
             "With --json: one object for each file.\n\n"
             "quorvel image info firmware.hex");
     }
@@ -145,7 +143,7 @@ class CImageConvert : public CVerb
         m_oApp.add_option("OUT", m_strOut, "The file to write; - is standard output")
             ->required()
             ->type_name("FILE");
-        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_TEXT);
+        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_CONTENT);
         AddFormatOption(
             m_oApp, "--to", m_eTo,
             "Format of the output; auto: the ending of OUT decides, .hex .ihex .ihx .mcs, .srec .s19 "
@@ -257,6 +255,7 @@ class CImageDump : public CImageVerb
         m_oApp.footer(
             "Prints address, bytes and characters of up to 16 bytes in a line, and a line for each hole.\n\n"
             "With --json: one object for each range; its last address is included.\n\n"
+            "The status is 5 when the image has nothing at these addresses.\n\n"
             "quorvel image dump firmware.hex --address 0x100 --length 256");
     }
 
@@ -265,6 +264,8 @@ class CImageDump : public CImageVerb
         CImage oImage;
         const int nStatus = oImage.Load(oTool, m_strFile, m_eFrom);
         oImage.Crop({m_nAddress, m_nAddress + m_nLength - 1});
+        if (nStatus == 0 && oImage.GetRanges().empty())
+            return oTool.Fail(eStatusFile, m_strFile + ": no data at these addresses");
         std::uint64_t nNext = 0;
         for (const CImage::SRange& oRange : oImage.GetRanges()) {
             if (oTool.GetOptions().bJson) {
@@ -303,7 +304,8 @@ class CImageCompare : public CVerb
         m_oApp.add_option("A", m_strA, "An image; - is standard input")->required()->type_name("FILE");
         m_oApp.add_option("B", m_strB, "The other image")->required()->type_name("FILE");
         AddFormatOption(m_oApp, "--from", m_eFrom,
-                        "Format of both; auto: the first character of each decides");
+                        "Format of both; auto: for each the first character decides, else the ending of "
+                        "its name");
         m_oApp.add_option("--max", m_nMaximum, "How many differences are listed")
             ->type_name("N")
             ->capture_default_str();

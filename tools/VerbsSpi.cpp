@@ -72,8 +72,8 @@ class CSpiConfig : public CVerb
         int nStatus = oSpi.OpenGateway();
         if (nStatus == 0)
             nStatus = oSpi.Check("get bus parameters", oSpi.GetGlobals(nBaudrate, nLevel, nAux, nMode));
-        if (nStatus == 0 && oSpi.GetAnswered() < 7)
-            nStatus = oTool.Fail(eStatusNoAnswer, "get bus parameters: the answer is too short");
+        if (nStatus == 0)
+            nStatus = oSpi.CheckLength("get bus parameters", 7);
         if (nStatus != 0)
             return nStatus;
         const bool bSet = m_pBaudrate->count() + m_pLevel->count() + m_pAux->count() + m_pMode->count() > 0;
@@ -211,8 +211,8 @@ class CSpiSequence : public CVerb
         if (nStatus == 0)
             nStatus = PutBytes(oTool, m_strOutput, strAnswer);
         if (nStatus == 0 && m_pExpect->count() > 0 && strAnswer.size() != m_nExpect)
-            return oTool.Fail(eStatusMismatch, fmt::format("the answer holds {} bytes, expected were {}",
-                                                           strAnswer.size(), m_nExpect));
+            return oTool.Fail(eStatusMismatch, fmt::format("the answer holds {}, expected were {}",
+                                                           Plural(strAnswer.size(), "byte"), m_nExpect));
         return nStatus;
     }
 
@@ -305,10 +305,9 @@ class CFlashVerb : public CVerb
             ->type_name("ADDRESS")
             ->capture_default_str()
             ->transform(SizeNumber());
-        m_pLength =
-            m_oApp.add_option("--length", m_nLength, fmt::format("How many bytes; default: {}", pDefault))
-                ->type_name("BYTES")
-                ->transform(SizeNumber());
+        m_oApp.add_option("--length", m_nLength, fmt::format("How many bytes; default: {}", pDefault))
+            ->type_name("BYTES")
+            ->transform(SizeNumber());
     }
 
     void AddFile()
@@ -316,8 +315,7 @@ class CFlashVerb : public CVerb
         m_oApp.add_option("FILE", m_strFile, "The image: Intel HEX, S-records or raw; - is standard input")
             ->type_name("")
             ->required();
-        AddFormatOption(m_oApp, "--format", m_eFormat,
-                        "Format of the image; auto: the first character decides");
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_CONTENT);
         m_oApp
             .add_option("--offset", m_nOffset,
                         "Added to every address of the image, may be negative: --offset=-N")
@@ -353,7 +351,7 @@ class CFlashVerb : public CVerb
     int LoadImage(const CTool& oTool)
     {
         CImage oFile;
-        if (const int nStatus = oFile.Load(oTool, m_strFile, m_eFormat); nStatus != 0)
+        if (const int nStatus = oFile.LoadData(oTool, m_strFile, m_eFormat); nStatus != 0)
             return nStatus;
         for (const CImage::SRange& oRange : oFile.GetRanges()) {
             const std::int64_t nAddress = static_cast<std::int64_t>(oRange.nAddress) + m_nOffset;
@@ -362,8 +360,6 @@ class CFlashVerb : public CVerb
                                                            m_strFile, oRange.nAddress));
             m_oImage.Set(static_cast<std::uint64_t>(nAddress), oRange.strBytes);
         }
-        if (m_oImage.GetRanges().empty())
-            return oTool.Fail(eStatusFile, m_strFile + ": the image is empty");
         return eStatusDone;
     }
 
@@ -382,19 +378,13 @@ class CFlashVerb : public CVerb
                                                    m_strFile, nLast, oFlash.GetSize() - 1));
     }
 
-    // Opens the flash for the range of addresses, which may become the rest of it.
-    int OpenForRange(const CTool& oTool, CSpiFlash& oFlash)
+    // Opens the flash for a range of addresses.
+    int OpenForRange(const CTool& oTool, CSpiFlash& oFlash, SAddresses& oRange) const
     {
-        if (const int nStatus = oFlash.Open(); nStatus != 0)
-            return nStatus;
-        if (m_nAddress < oFlash.GetSize() && m_pLength->count() == 0)
-            m_nLength = oFlash.GetSize() - m_nAddress;
-        if (m_nLength != 0 && m_nAddress < oFlash.GetSize() && m_nLength <= oFlash.GetSize() - m_nAddress)
-            return eStatusDone;
-        return oTool.Fail(
-            eStatusUsage,
-            fmt::format("there are no {} bytes at 0x{:x}: the flash has the addresses 0 to 0x{:x}", m_nLength,
-                        m_nAddress, oFlash.GetSize() - 1));
+        const int nStatus = oFlash.Open();
+        return nStatus != 0
+                   ? nStatus
+                   : FindRange(oTool, "the flash", {0, oFlash.GetSize() - 1}, m_nAddress, m_nLength, oRange);
     }
 
     // Compares the flash with the image and reports the result.
@@ -407,8 +397,7 @@ class CFlashVerb : public CVerb
 
     CSpiFlash::SOptions m_oFlash;
     std::uint64_t m_nAddress = 0;
-    std::uint64_t m_nLength = 0;
-    const CLI::Option* m_pLength = nullptr;
+    std::optional<std::uint64_t> m_nLength;
     std::string m_strFile;
     CQuorvelHexfile::EType m_eFormat = CQuorvelHexfile::eTypeAuto;
     std::int64_t m_nOffset = 0;
@@ -466,13 +455,15 @@ class CFlashRead : public CFlashVerb
     {
         CSpiFlash oFlash(oTool, m_oFlash);
         COutputFile oFile(oTool);
-        int nStatus = OpenForRange(oTool, oFlash);
+        SAddresses oRange{};
+        int nStatus = OpenForRange(oTool, oFlash, oRange);
         if (nStatus == 0)
             nStatus = oFile.Open(m_strFile);
         if (nStatus != 0)
             return nStatus;
-        std::vector<CImage::SRange> aoRanges{{m_nAddress, std::string(m_nLength, '\0')}};
-        nStatus = oFlash.Read(m_nAddress, aoRanges[0].strBytes);
+        std::vector<CImage::SRange> aoRanges{
+            {oRange.nFirst, std::string(oRange.nLast - oRange.nFirst + 1, '\0')}};
+        nStatus = oFlash.Read(oRange.nFirst, aoRanges[0].strBytes);
         if (nStatus != 0)
             return nStatus;
         m_oImage.Set(std::move(aoRanges));
@@ -509,7 +500,7 @@ class CFlashWrite : public CFlashVerb
         int nStatus = OpenForImage(oTool, oFlash);
         if (nStatus != 0)
             return nStatus;
-        oTool.Note(fmt::format("Writing {} bytes to flash", m_oImage.GetSize()));
+        oTool.Note(fmt::format("Writing {} to flash", Plural(m_oImage.GetSize(), "byte")));
         nStatus = oFlash.Write(m_oImage);
         if (nStatus != 0)
             return nStatus;
@@ -517,8 +508,8 @@ class CFlashWrite : public CFlashVerb
             CTool::PrintJson({{"written", m_oImage.GetSize()},
                               {"erased", oFlash.GetErased()},
                               {"programmed", oFlash.GetProgrammed()}});
-        oTool.Detail(
-            fmt::format("{} bytes erased, {} bytes programmed", oFlash.GetErased(), oFlash.GetProgrammed()));
+        oTool.Detail(fmt::format("{} erased, {} programmed", Plural(oFlash.GetErased(), "byte"),
+                                 Plural(oFlash.GetProgrammed(), "byte")));
         return m_bVerify ? Verify(oTool, oFlash) : eStatusDone;
     }
 
@@ -545,15 +536,17 @@ class CFlashErase : public CFlashVerb
 
     int Run(CTool& oTool) override
     {
-        if (!m_bAll && m_pLength->count() + m_oApp.get_option("--address")->count() == 0)
+        if (!m_bAll && m_oApp.get_option("--length")->count() + m_oApp.get_option("--address")->count() == 0)
             return oTool.Fail(eStatusUsage, "erase what? Give --all, --address or --length");
         CSpiFlash oFlash(oTool, m_oFlash);
-        int nStatus = OpenForRange(oTool, oFlash);
+        SAddresses oRange{};
+        int nStatus = OpenForRange(oTool, oFlash, oRange);
         if (nStatus == 0)
-            nStatus = m_bAll ? oFlash.EraseAll() : oFlash.Erase(m_nAddress, m_nLength);
+            nStatus =
+                m_bAll ? oFlash.EraseAll() : oFlash.Erase(oRange.nFirst, oRange.nLast - oRange.nFirst + 1);
         if (nStatus == 0 && oTool.GetOptions().bJson)
-            CTool::PrintJson({{"first", m_nAddress},
-                              {"last", m_nAddress + m_nLength - 1},
+            CTool::PrintJson({{"first", oRange.nFirst},
+                              {"last", oRange.nLast},
                               {"erased", oFlash.GetErased()},
                               {"programmed", oFlash.GetProgrammed()}});
         return nStatus;

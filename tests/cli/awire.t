@@ -105,6 +105,11 @@ Bad arguments and files, before anything is written:
     $ quorvel --json awire read - -m user
     quorvel: standard output cannot take both a memory and --json
     [2]
+    $ quorvel awire read x --format e 2>&1 | head -1
+    quorvel: --format: e not in {a,b,d,h,i,I,o,r,s}
+    $ quorvel awire read x --address 0x10100000
+    quorvel: --address: flash has the addresses 0x10000000-0x100fffff
+    [2]
     $ quorvel awire flash
     quorvel: nothing to do: give FILE, -U or -e
     [2]

@@ -20,7 +20,7 @@ The EEPROM:
     $ srec_cat -generate 0x400 0x1400 -repeat-string 'EEPROM.' -o e.hex -intel
     $ quorvel -q firmware eeprom write e.hex && quorvel -q firmware eeprom read e.s --format s && srec_cat e.s -crop 0x400 0x1400 -o crop.hex -intel && srec_cmp e.hex -intel crop.hex -intel
     $ quorvel firmware eeprom read --address 1 --length 0x10000
-    quorvel: the EEPROM is 0x0000-0xffff
+    quorvel: --length: 65536, but from 0x0001 on eeprom has 65535 bytes
     [2]
     $ quorvel firmware eeprom write --address 0xffff --format m 1,2
     quorvel: the command line: 0x00010000-0x00010000 is outside eeprom (0x00000000-0x0000ffff)
@@ -67,4 +67,9 @@ A gateway that refuses a block, and an update that is interrupted:
     $ while read -r line; do case $line in *Writing*'"percent":'[1-9]*) kill -INT $pid 2> /dev/null;; quorvel*) echo "$line";; esac; done < progress; wait $pid
     quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
     [130]
+    $ kill $sim; wait $sim; start 'Firmware:truncate=1@1'
+    $ command quorvel -g 127.90.4.7 firmware eeprom read; command quorvel -g 127.90.4.7 firmware eeprom write --format m 1
+    quorvel: Firmware gateway 127.90.4.7:5099: the gateway tells no EEPROM size
+    quorvel: Firmware gateway 127.90.4.7:5099: the gateway tells no EEPROM size
+    [4]
     $ kill $sim; wait $sim

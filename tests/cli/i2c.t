@@ -149,6 +149,12 @@ What is not the device's fault:
     $ command quorvel -q -g 127.90.2.3 --timeout 60000 --trace=trace i2c eeprom read --type 24c02 partial.bin & pid=$!
     $ until test -s trace; do :; done; kill -TERM $pid; wait $pid
     [143]
+    $ stop; start 'I2C:delay=20'; mkfifo progress; head -c 32768 /dev/zero > zeros.bin
+    $ (exec quorvel -q --progress=json -g 127.90.2.3 i2c eeprom write --type 24c256 zeros.bin) 2> progress & pid=$!
+    $ while read -r line; do case $line in *'"percent":'[1-9]*) kill -INT $pid 2> /dev/null;; esac; last=$line; done < progress; wait $pid
+    [130]
+    $ grep -o '"state":.*' <<< "$last"
+    "state":"failed"}
     $ stop; start 'I2C:truncate=2'
     $ command quorvel -g 127.90.2.3 i2c get -y 0 0x48 2 w
     quorvel: I2C gateway 127.90.2.3:5000: 2 messages to 0x48: 0x000C0000, Quorvel TCP/IP telegram confirmation is invalid (the answer is damaged)
@@ -182,6 +188,12 @@ A memory from a file and back:
     $ quorvel i2c eeprom write --type 24c02 --offset 0xff two
     quorvel: two: reaches to 0x0100; the last byte of the memory is 0x00ff
     [5]
+    $ printf ':00000001FF' | quorvel i2c eeprom verify --type 24c02 -
+    quorvel: standard input: there are no data in it
+    [5]
+    $ quorvel i2c eeprom read --type 24c02 --address 256 out
+    quorvel: --address: the memory has the addresses 0x0000-0x00ff
+    [2]
     $ quorvel i2c eeprom read --type 24c04 --chip 4 out
     quorvel: --chip: there can be 4 of this memory on a bus, 0 to 3
     [2]

@@ -34,6 +34,28 @@ Faults are told with their lines, and the rest is read; what the library prints 
     -: intel, 0 bytes in 0 ranges
       CRC-32 of all data: 00000000
 
+Where the first character tells no format, the name does; data that get lost are an error, and a missing end a doubt:
+
+    $ printf '%s\n' '; lead' '' :0100000001FE :00000001FF > lead.HEX; quorvel image dump lead.HEX
+    00000000  01                                               |.|
+    $ printf '\357\273\277S1040000010000\nS9030000FC\n' > bom.mot; quorvel image dump bom.mot
+    quorvel: bom.mot:1: no complete record: '\xef\xbb\xbfS1040000010000' (esc)
+    [5]
+    $ printf '%s\n' S404000012E9 S604000001FA S604000001FB S9030000FC > odd.mot; quorvel image dump odd.mot
+    quorvel: odd.mot:1: a record of an unknown type: 'S404000012E9'
+    quorvel: warning: odd.mot:2: a count of records, left out: 'S604000001FA'
+    quorvel: odd.mot:3: a record of an unknown type: 'S604000001FB'
+    [5]
+    $ printf '%s\n' :0100000701F7 :01000003FFFD :0400000300003800C0 :00000001FF | quorvel image dump --from intel -
+    quorvel: standard input:1: a record of an unknown type: ':0100000701F7'
+    quorvel: standard input:2: a record of an unknown type: ':01000003FFFD'
+    quorvel: standard input:3: a record of an unknown type: ':0400000300003800C0'
+    [5]
+    $ for file in a.hex a.s19; do sed '$d' $file | quorvel -q image map - 2>&1 | grep end; done
+    quorvel: warning: standard input: no end record: is the file complete?
+    quorvel: warning: standard input: no end record: is the file complete?
+    $ rm lead.HEX bom.mot odd.mot
+
 A target file is untouched after a failure, and nothing is left beside it:
 
     $ echo old > out.bin; quorvel image convert bad.hex out.bin 2>/dev/null
@@ -98,7 +120,7 @@ Arguments:
 
 Comparing:
 
-    $ printf 'S10701022047363721\n' > d.s19
+    $ printf 'S10701022047363721\nS9030000FC\n' > d.s19
     $ quorvel image compare a.s19 d.s19
     differing bytes: 2; only in a.s19: 2; only in d.s19: 2
       0x01 != 0x20 at 0x0102
@@ -113,6 +135,9 @@ Dump and map:
     0000010e  19 01                                            |..|
               hole of 16 bytes
     00000120  01 02                                            |..|
+    $ quorvel image dump --address 0x104 a.s19
+    quorvel: a.s19: no data at these addresses
+    [5]
     $ quorvel image dump --json a.s19
     {"first":256,"last":259,"last_included":true,"bytes":"21460136"}
     $ quorvel image map a.hex 2>/dev/null
@@ -122,7 +147,7 @@ Dump and map:
 An image all over the address space takes little memory (in KiB):
 
     $ seq 0 65535 | awk '{ s = 11 + int($1 / 256) + $1 % 256
-    >     printf "S307%08X0202%02X\n", $1 * 65536, 255 - s % 256 }' > wide.s37
+    >     printf "S307%08X0202%02X\n", $1 * 65536, 255 - s % 256 } END { print "S70500000000FA" }' > wide.s37
     $ python3 -c 'import resource, subprocess
     > subprocess.run(["quorvel", "image", "map", "wide.s37"])
     > print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss < 450000)'

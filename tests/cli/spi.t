@@ -96,7 +96,7 @@ Flash: only what differs is erased and programmed, and what lies beside it stays
 Every sector of a block, and one more: one byte in each of 17 sectors:
 
     $ image() { for i in {0..15}; do printf 'S104%X080%s%02X\n' $i $1 $(((123 - 16 * i - 0x$1) & 255)); done
-    > printf 'S205010080%s%02X\n' $1 $((121 - 0x$1)); }
+    > printf 'S205010080%s%02X\nS9030000FC\n' $1 $((121 - 0x$1)); }
     $ write() { image $1 | quorvel -q --trace=trace spi flash write - --offset 256K "${@:2}"; }
     $ erasing() { sed -n 's/.* 00000000  \(\(20\|d8\|21\|dc\) .*[0-9a-f]\) .*/\1/p' trace; }
     $ write 00 --format motorola && erasing
@@ -114,7 +114,7 @@ Every sector of a block, and one more: one byte in each of 17 sectors:
       device 0x07 != input 0x03 at addr 0x49080 (error)
       and 7 more
     quorvel: 17 of 17 bytes of flash differ from standard input: bits are only set on the device, as if not written
-    $ printf 'S10400800774' | quorvel -q --json spi flash verify - --offset 0x4f000 | no_seconds
+    $ printf 'S10400800774\nS9030000FC' | quorvel -q --json spi flash verify - --offset 0x4f000 | no_seconds
     {"operation":"verify","memory":"flash","bytes":1,"differing":0,"bits_set":false,"bits_cleared":false,"mismatches":[]}
     $ write 18 --no-erase 2>&1 | tail -1
     quorvel: 17 of 17 bytes of flash differ from standard input: bits are only cleared on the device, as if not erased before
@@ -160,8 +160,14 @@ Bad arguments:
     quorvel: erase what? Give --all, --address or --length
     [2]
     $ quorvel spi flash erase --address 8M
-    quorvel: there are no 0 bytes at 0x800000: the flash has the addresses 0 to 0x7fffff
+    quorvel: --address: the flash has the addresses 0x0000-0x7fffff
     [2]
+    $ quorvel spi flash read - --address 0x7fffff --length 2
+    quorvel: --length: 2, but from 0x7fffff on the flash has 1 byte
+    [2]
+    $ printf '\n:0100000742B6\n' > lost.hex; quorvel spi flash write lost.hex
+    quorvel: lost.hex:2: a record of an unknown type: ':0100000742B6'
+    [5]
     $ quorvel spi flash read --size=-4K - 2>&1 | head -1
     quorvel: --size: '-4K' is no number of bytes, such as 4096, 0x1000 or 4K
     $ quorvel spi flash read --size 5000 - 2>&1 | head -1
@@ -194,7 +200,7 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     [1]
     $ simulator 127.90.1.17 --fault 'SPI:truncate=3'
     $ command quorvel -g 127.90.1.17 spi flash id
-    quorvel: read flash id: the answer holds 2 bytes instead of 4
+    quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer holds 2 bytes instead of 4: 0x000C0000, Quorvel TCP/IP telegram confirmation is invalid (the answer is damaged)
     [4]
     $ simulator 127.90.1.18 --fault 'SPI:silent@3'
     $ command quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin &
