@@ -31,7 +31,8 @@
  * error, not connected, time-out, bad confirmation); anything else the gateway's own code with the device
  * kind in bits 8 to 15.
  *
- * When memory runs out, the result is 0x000000FF; the request may have been sent, and the client can be used on.
+ * When memory runs out, or a function that the application has overridden throws a std::exception, the result is
+ * 0x000000FF; the request may have been sent, and the client can be used on.
  * Connect gives 0x00020000 then. Closing and destroying need no memory. A telegram that comes while there is none
  * for it is lost. Only constructors throw std::bad_alloc, ToMsg, DataInd and functions that return a text.
  *
