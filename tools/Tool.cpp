@@ -222,15 +222,19 @@ int CTool::CheckResult(EQuorvelDevice eKind, unsigned nTimeout, bool bConnecting
         return eStatusDone;
     // The firmware service marks its EEPROM's failures with bit 8, those of the connection too.
     const int nTransport = nRC & 0x00FF0000;
-    std::string strText =
-        fmt::format("{} gateway {}:{}: {}: 0x{:08X}, {}", GetKindName(eKind), m_oOptions.strHost,
-                    GetPort(eKind), strOperation, static_cast<unsigned>(nRC), QuorvelErrorMsg(nRC));
+    std::string strText = fmt::format("{}: {}: 0x{:08X}, {}", GetGatewayName(eKind), strOperation,
+                                      static_cast<unsigned>(nRC), QuorvelErrorMsg(nRC));
     const std::string strCause = GetCause(nTransport != 0 ? nTransport : nRC, nTimeout, bConnecting);
     if (!strCause.empty())
         strText += " (" + strCause + ")";
     if (nTransport == 0)
         return Fail(eStatusRefused, strText);
     return Fail(nTransport == 0x00920000 ? eStatusUsage : eStatusNoAnswer, strText);
+}
+
+std::string CTool::GetGatewayName(EQuorvelDevice eKind) const
+{
+    return fmt::format("{} gateway {}:{}", GetKindName(eKind), m_oOptions.strHost, GetPort(eKind));
 }
 
 unsigned short CTool::GetPort(EQuorvelDevice eKind) const

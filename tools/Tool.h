@@ -153,6 +153,9 @@ class CTool
     /// @return the TCP port of a kind of gateway at the port index given
     unsigned short GetPort(EQuorvelDevice eKind) const;
 
+    /// @return a gateway as errors and remarks name it, such as "SPI gateway 192.168.0.10:5002"
+    std::string GetGatewayName(EQuorvelDevice eKind) const;
+
     /// @return true when telegrams are to be traced
     bool IsTracing() const { return m_pTrace != nullptr; }
 

@@ -40,7 +40,7 @@ class CFirmwareTarget : public CTarget
         // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
         m_oTool.GetInterrupt().SetAction({});
         int nSize = 0;
-        const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize));
+        const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize), 6);
         m_aoMemories[1].nSize = static_cast<unsigned>(nSize);
         return nStatus;
     }
@@ -109,7 +109,7 @@ class CFirmwareTarget : public CTarget
 
     int GetDeviceInfo(SInfo& oInfo)
     {
-        return m_oGateway.Check("get device information", m_oGateway.GetInfo(oInfo));
+        return m_oGateway.Check("get device information", m_oGateway.GetInfo(oInfo), sizeof oInfo);
     }
 
     /// Restarts the gateway and waits until it answers again.

@@ -847,7 +847,8 @@ class CClock : public CVerb
             return oGateway.Check(fmt::format("set the clock to {}", *m_nClock),
                                   oGateway.SetBaudrate(*m_nClock));
         unsigned nClock = 0;
-        if (const int nStatus = oGateway.Check("get the clock", oGateway.GetBaudrate(nClock)); nStatus != 0)
+        if (const int nStatus = oGateway.Check("get the clock", oGateway.GetBaudrate(nClock), 4);
+            nStatus != 0)
             return nStatus;
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"clock_hz", nClock}});

@@ -71,9 +71,7 @@ class CSpiConfig : public CVerb
         unsigned char nMode = 0;
         int nStatus = oSpi.OpenGateway();
         if (nStatus == 0)
-            nStatus = oSpi.Check("get bus parameters", oSpi.GetGlobals(nBaudrate, nLevel, nAux, nMode));
-        if (nStatus == 0 && oSpi.GetAnswered() < 7)
-            nStatus = oTool.Fail(eStatusNoAnswer, "get bus parameters: the answer is too short");
+            nStatus = oSpi.Check("get bus parameters", oSpi.GetGlobals(nBaudrate, nLevel, nAux, nMode), 7);
         if (nStatus != 0)
             return nStatus;
         const bool bSet = m_pBaudrate->count() + m_pLevel->count() + m_pAux->count() + m_pMode->count() > 0;

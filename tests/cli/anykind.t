@@ -72,6 +72,18 @@ Digital lines; the simulator's inputs are its outputs:
     \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  inputs 0x0000005f  outputs 0x0000005f (re)
     \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  inputs 0x00000001  outputs 0x00000001 (re)
 
+What a short answer lacks is neither made up nor written back:
+
+    $ simulator 127.90.1.13 --fault DIO:truncate=8 --fault SPI:truncate=20
+    $ for verb in read watch 'write 1 --mask 3'; do command quorvel -g 127.90.1.13 digital $verb --kind DIO; done
+    quorvel: DIO gateway 127.90.1.13:5004: read digital: the answer is too short
+    quorvel: DIO gateway 127.90.1.13:5004: read digital: the answer is too short
+    quorvel: DIO gateway 127.90.1.13:5004: read digital: the answer is too short
+    [4]
+    $ command quorvel -g 127.90.1.13 info --kind SPI
+    quorvel: SPI gateway 127.90.1.13:5002: information: the answer is too short
+    [4]
+
 Analog lines; the AD gateway answers with values only, the others with a number in front:
 
     $ quorvel analog write --kind AD 1000 0x10

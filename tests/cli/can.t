@@ -178,3 +178,16 @@ The gateway's filter, power and clock:
     $ quorvel can time --set yesterday
     quorvel: 'yesterday': now, seconds since 1970, or a date such as 2012-08-17T14:14:44
     [2]
+
+What a short answer lacks is neither made up nor written back; the power status tells itself how long it is:
+
+    $ short() { exec {sim}< <(exec quorvel-sim --address 127.90.3.4 --fault "CAN:truncate=$1"); other=$!; read -r -t 10 <&"$sim"; for verb in "${@:2}"; do command quorvel -g 127.90.3.4 can $verb; echo $?; done; kill $other; cat <&"$sim"; }
+    $ short 5 'config --termination on' time; short 20 power filter
+    quorvel: CAN gateway 127.90.3.4:5001: read the settings: the answer is too short
+    4
+    quorvel: CAN gateway 127.90.3.4:5001: read the clock: the answer is too short
+    4
+    quorvel: CAN gateway 127.90.3.4:5001: read the power status: the answer is too short
+    4
+    quorvel: CAN gateway 127.90.3.4:5001: read the filter: the answer is too short
+    4

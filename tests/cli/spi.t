@@ -194,7 +194,7 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     [1]
     $ simulator 127.90.1.17 --fault 'SPI:truncate=3'
     $ command quorvel -g 127.90.1.17 spi flash id
-    quorvel: read flash id: the answer holds 2 bytes instead of 4
+    quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer is too short
     [4]
     $ simulator 127.90.1.18 --fault 'SPI:silent@3'
     $ command quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin &
