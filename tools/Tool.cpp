@@ -7,10 +7,13 @@
 #include "Text.h"
 #include "WireTrace.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <iostream>
 #include <map>
+#include <system_error>
+#include <utility>
 
 namespace
 {
@@ -124,8 +127,11 @@ int CTool::Parse(int argc, char** argv)
     try {
         m_oApp.parse(argc, argv);
     } catch (const CLI::ParseError& oError) {
-        if (oError.get_exit_code() == 0) // --help, --version
-            return m_oApp.exit(oError);
+        if (oError.get_exit_code() == 0) { // --help, --version
+            m_oApp.exit(oError);
+            std::cout.flush();
+            return FlushOutput(eStatusDone);
+        }
         const CLI::App& oInner = GetInnermost();
         const std::string strKind = oInner.get_parent() == nullptr
                                         ? "group or verb"
@@ -161,10 +167,40 @@ int CTool::Run(int argc, char** argv)
         static_cast<void>(std::setvbuf(m_pTrace, nullptr, _IOLBF, BUFSIZ));
     }
     m_oInterrupt.Start();
-    int nStatus = m_pVerb->Run(*this);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        nStatus = Fail(eStatusFile, "standard output: " + GetSystemError());
+    int nStatus = eStatusFile;
+    try {
+        nStatus = m_pVerb->Run(*this);
+    } catch (const std::system_error&) {
+        if (std::ferror(stdout) == 0)
+            throw;
+    }
+    nStatus = CloseTrace(FlushOutput(nStatus));
     return m_oInterrupt.GetSignal() != 0 ? 128 + m_oInterrupt.GetSignal() : nStatus;
+}
+
+// Whatever the status was, it is a failure when the data did not get out.
+int CTool::FlushOutput(int nStatus) const
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        return Fail(eStatusFile, "standard output: " + GetSystemError());
+    return nStatus;
+}
+
+// The verb's own failure tells more than that of the trace.
+int CTool::CloseTrace(int nStatus)
+{
+    if (m_pTrace == nullptr)
+        return nStatus;
+    std::FILE* const pTrace = std::exchange(m_pTrace, nullptr);
+    if (pTrace != stderr && std::fclose(pTrace) != 0 && m_nTraceError == 0)
+        m_nTraceError = errno;
+    if (m_nTraceError == 0)
+        return nStatus;
+    errno = m_nTraceError;
+    // Also after Ctrl-C, which is how most long traces end.
+    Report(fmt::format("quorvel: {}: {}", pTrace == stderr ? "standard error" : m_oOptions.strTrace,
+                       GetSystemError()));
+    return nStatus != 0 ? nStatus : eStatusFile;
 }
 
 void CTool::PrintJson(const CJson& oData)
@@ -204,7 +240,7 @@ void CTool::Report(const std::string& strText) const
 {
     if (m_pProgress != nullptr)
         m_pProgress->EndLine();
-    fmt::print(stderr, "{}\n", strText);
+    PutError(strText + "\n");
 }
 
 bool CTool::Ask(const std::string& strQuestion)
@@ -246,6 +282,8 @@ unsigned short CTool::GetPort(EQuorvelDevice eKind) const
 void CTool::Trace(bool bSent, EQuorvelDevice eKind, const CQuorvelMsg& oMsg)
 {
     const auto oNow = std::chrono::system_clock::now();
+    const std::string strText = FormatTelegram(oNow, bSent, eKind, oMsg);
     const std::lock_guard oLock(m_oMutexTrace);
-    fmt::print(m_pTrace, "{}", FormatTelegram(oNow, bSent, eKind, oMsg));
+    if (m_nTraceError == 0 && std::fwrite(strText.data(), 1, strText.size(), m_pTrace) != strText.size())
+        m_nTraceError = errno;
 }

@@ -160,7 +160,8 @@ class CTool
     bool IsTracing() const { return m_pTrace != nullptr; }
 
     /**
-     * Traces a telegram.
+     * Traces a telegram. When it cannot be written, the program fails with that at its end, not here: the
+     * telegram goes its way all the same.
      * @param bSent  true when it goes to the gateway
      * @param eKind  the gateway's kind
      * @param oMsg   the telegram
@@ -172,6 +173,8 @@ class CTool
     int Parse(int argc, char** argv);
     int Usage(const std::string& strText) const;
     void Report(const std::string& strText) const;
+    int FlushOutput(int nStatus) const;
+    int CloseTrace(int nStatus);
     const CLI::App& GetInnermost() const;
 
     SOptions m_oOptions;
@@ -181,6 +184,7 @@ class CTool
     CVerb* m_pVerb = nullptr;
     CProgress* m_pProgress = nullptr;
     std::FILE* m_pTrace = nullptr;
+    int m_nTraceError = 0; // errno of the first telegram that could not be traced
     std::mutex m_oMutexTrace;
 };
 

@@ -148,8 +148,8 @@ class CReceiveVerb : public CVerb
             const bool bComplete = m_nCount != 0 && m_nReceived == m_nCount;
             if (nDropped != 0 && !bComplete) {
                 m_nDropped = nDroppedBefore += nDropped;
-                fmt::print(stderr, "DROPCOUNT: dropped {} CAN frame{} on '{}' socket (total drops {})\n",
-                           nDropped, nDropped > 1 ? "s" : "", oRecord.strInterface, m_nDropped);
+                PutError(fmt::format("DROPCOUNT: dropped {} CAN frame{} on '{}' socket (total drops {})\n",
+                                     nDropped, nDropped > 1 ? "s" : "", oRecord.strInterface, m_nDropped));
             }
             if (bComplete || eWait == CCanReceiver::eTimedOut)
                 return eStatusDone;

@@ -27,3 +27,32 @@ Data on standard output, and a full disk noticed:
     $ quorvel error 0x120 > /dev/full
     quorvel: standard output: No space left on device
     [5]
+    $ for arguments in --help --version 'spi --help' 'completion bash'; do quorvel $arguments > /dev/full; echo $?; done
+    quorvel: standard output: No space left on device
+    5
+    quorvel: standard output: No space left on device
+    5
+    quorvel: standard output: No space left on device
+    5
+    quorvel: standard output: No space left on device
+    5
+    $ quorvel spi --help >&-
+    quorvel: standard output: Bad file descriptor
+    [5]
+
+A trace that cannot be written fails at the end, and so does one for a standard error that is closed; a connection does
+not get what is meant for it:
+
+    $ quorvel -g "$GATEWAY" --trace=/dev/full spi transfer 9f
+    ff
+    quorvel: /dev/full: No space left on device
+    [5]
+    $ (ulimit -f 0; exec quorvel -g "$GATEWAY" --trace=trace spi transfer 9f)
+    ff
+    quorvel: trace: File too large
+    [5]
+    $ quorvel -g "$GATEWAY" --trace spi transfer 9f 2>&-
+    ff
+    [5]
+    $ quorvel -g "$GATEWAY" spi config --mode 9 2>&-
+    [1]
