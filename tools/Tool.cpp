@@ -55,6 +55,19 @@ const std::map<std::string, EProgress> PROGRESS_MODES{{"auto", EProgress::eAuto}
                                                       {"json", EProgress::eJson},
                                                       {"none", EProgress::eNone}};
 
+// What is wrong with the arguments, where the parser tells neither what is meant nor what is wanted.
+std::string GetUsageError(const CLI::ParseError& oError)
+{
+    constexpr std::string_view START = "Could not convert: ";
+    const std::string strText = oError.what();
+    const std::size_t nEquals = strText.find(" = ");
+    if (!strText.starts_with(START) || nEquals == std::string::npos)
+        return strText;
+    return fmt::format("{}: {} is not a number that can stand here: decimal, 0x hexadecimal or 0 octal",
+                       strText.substr(START.size(), nEquals - START.size()),
+                       Quote(std::string_view(strText).substr(nEquals + 3)));
+}
+
 } // namespace
 
 CTool::CTool()
@@ -78,13 +91,14 @@ void CTool::AddOptions()
     m_oApp.fallthrough();
     m_oApp.require_subcommand(1);
     m_oApp.add_option("-g,--gateway", m_oOptions.strHost, "Address or name of the gateway")
-        ->type_name("HOST");
+        ->type_name("HOST")
+        ->check(CLI::Validator(CheckHost, ""));
     m_oApp
         .add_option("--port-index", m_oOptions.nPortIndex,
                     "Several gateways behind one address: TCP port 4999 + kind + 100 * N")
         ->type_name("N")
         ->capture_default_str()
-        ->check(CLI::Range(0U, 599U).description(""));
+        ->check(CLI::Range(0U, MAX_PORT_INDEX).description(""));
     m_oApp.add_option("--timeout", m_oOptions.nTimeout, "How long to wait for a connection or an answer")
         ->type_name("MS")
         ->capture_default_str()
@@ -151,7 +165,7 @@ int CTool::Parse(int argc, char** argv)
         }
         if (oError.get_name() == "RequiredError" && !apVerbs.empty())
             return Usage("a " + strKind + " is missing");
-        return Usage(oError.what());
+        return Usage(GetUsageError(oError));
     }
     return eStatusDone;
 }

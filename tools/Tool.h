@@ -43,6 +43,9 @@ enum class EProgress {
     eNone   ///< not at all
 };
 
+/// The port indexes begin at 0; the library's handles and the simulator have as many.
+constexpr unsigned MAX_PORT_INDEX = 99;
+
 /// One verb: its options are members, which the constructor ties to the command line.
 class CVerb
 {

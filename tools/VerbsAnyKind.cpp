@@ -317,7 +317,10 @@ class CScan : public CVerb
   public:
     explicit CScan(CLI::App& oGroup) : CVerb(oGroup, "scan", "Find the gateways behind an address")
     {
-        m_oApp.add_option("HOST", m_strHost, "Address or name")->type_name("")->required();
+        m_oApp.add_option("HOST", m_strHost, "Address or name")
+            ->type_name("")
+            ->required()
+            ->check(CLI::Validator(CheckHost, ""));
         m_oApp.add_option("--indexes", m_strIndexes, "Port indexes to try, such as 2 or 0-3")
             ->type_name("FIRST[-LAST]")
             ->capture_default_str();
@@ -334,12 +337,13 @@ class CScan : public CVerb
     {
         const std::string_view strIndexes = m_strIndexes;
         const auto nDash = strIndexes.find('-');
-        const auto nFirst = ParseNumber(strIndexes.substr(0, nDash), MAX_INDEX);
-        const auto nLast =
-            nDash == std::string_view::npos ? nFirst : ParseNumber(strIndexes.substr(nDash + 1), MAX_INDEX);
+        const auto nFirst = ParseNumber(strIndexes.substr(0, nDash), MAX_PORT_INDEX);
+        const auto nLast = nDash == std::string_view::npos
+                               ? nFirst
+                               : ParseNumber(strIndexes.substr(nDash + 1), MAX_PORT_INDEX);
         if (!nFirst || !nLast || *nLast < *nFirst)
             return oTool.Fail(eStatusUsage, fmt::format("--indexes: {} is no range such as 0-3, of 0 to {}",
-                                                        Quote(m_strIndexes), MAX_INDEX));
+                                                        Quote(m_strIndexes), MAX_PORT_INDEX));
         oTool.GetOptions().strHost = m_strHost;
         for (auto nIndex = static_cast<unsigned>(*nFirst); nIndex <= *nLast; ++nIndex) {
             oTool.GetOptions().nPortIndex = nIndex;
@@ -361,7 +365,6 @@ class CScan : public CVerb
     }
 
   private:
-    static constexpr unsigned MAX_INDEX = 599;
     static constexpr std::size_t MAX_THREADS = 64;
 
     struct STarget {

@@ -406,6 +406,9 @@ class CCanSend : public CVerb
     int Run(CTool& oTool) override
     {
         if (m_astrFrames[0].find('#') == std::string::npos) {
+            if (!m_astrFrames[0].starts_with("can") && m_astrFrames[0] != "any")
+                return oTool.Fail(eStatusUsage,
+                                  Quote(m_astrFrames[0]) + ": a frame is IDENTIFIER#DATA, such as 123#11.22");
             if (const int nStatus = SetCanName(oTool, m_astrFrames[0]); nStatus != 0)
                 return nStatus;
             m_astrFrames.erase(m_astrFrames.begin());

@@ -56,7 +56,7 @@ Scan: a gateway, one that refuses, and an open port without one:
     quorvel: 127.90.1.12: no gateway answers (or there is no such host)
     [4]
     $ command quorvel scan 127.90.1.12 --indexes 3-2
-    quorvel: --indexes: '3-2' is no range such as 0-3, of 0 to 599
+    quorvel: --indexes: '3-2' is no range such as 0-3, of 0 to 99
     [2]
 
 Digital lines; the simulator's inputs are its outputs:

@@ -58,6 +58,12 @@ What cannot be sent is found before; what nobody acknowledges is told:
     quorvel: '123#1': data are pairs of hex digits
     quorvel: 'can1': 3 hex digits (11 bits) or 8 (29 bits), then #
     [2]
+    $ quorvel can send 123
+    quorvel: '123': a frame is IDENTIFIER#DATA, such as 123#11.22
+    [2]
+    $ quorvel can send can100 123#
+    quorvel: 'can100': an interface is can0 to can99, or any
+    [2]
     $ quorvel can config --mode listen > /dev/null; quorvel can send 123#00; quorvel can config --mode normal > /dev/null
     quorvel: CAN gateway 127.90.3.1:5001: send 123#00: 0x00000221, CAN transmit error
     $ (exec quorvel -g $GATEWAY can send --count 0 --interval 200 123#00) & wait_for=$!; listen can dump -n 1; finish; kill -INT $wait_for; wait $wait_for

@@ -13,6 +13,12 @@ Unknown verbs, missing arguments:
     [2]
     $ quorvel --timeout 0 spi transfer 9f 2>&1 | head -1
     quorvel: --timeout: Value 0 not in range 1 to 2147483647
+    $ quorvel --port-index 100 kinds 2>&1 | head -1
+    quorvel: --port-index: Value 100 not in range 0 to 99
+    $ quorvel spi config --baud-rate 10M 2>&1 | head -1
+    quorvel: --baud-rate: '10M' is not a number that can stand here: decimal, 0x hexadecimal or 0 octal
+    $ quorvel -g 127.90.0.1:5002 spi flash id 2>&1 | head -1
+    quorvel: --gateway: '127.90.0.1:5002' is not an address alone: the port follows from the kind of gateway, see --port-index
 
 Nobody there, nobody answering:
 

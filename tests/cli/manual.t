@@ -21,6 +21,10 @@ The help, and what it says of groups in groups and of missing verbs:
     The options of the program hold here, too: see quorvel --help.
     $ quorvel spi transfer --help | grep Usage
     Usage: quorvel [OPTIONS] spi transfer [BYTES...]
+    $ quorvel testsystem values set --help | grep Usage
+    Usage: quorvel [OPTIONS] testsystem values set VALUE...
+    $ quorvel analog watch --help | grep -e '--channels N'
+      --channels N,...          Only these channels, separated by commas
     $ quorvel --help | grep -e 'Usage' -e ' HOST' -e ' MS' -A1 -e '--trace'
     Usage: quorvel [OPTIONS] [GROUP] VERB ...
     

@@ -14,7 +14,7 @@ Transfers:
        00000000  00 ff c2                                         |...|
     ff c2
     $ quorvel spi transfer 9fz
-    quorvel: BYTES: bytes in hex, such as 9f 0 0 0
+    quorvel: BYTES: '9fz': bytes in hex, such as 9f 0 0 0
     [2]
     $ quorvel spi transfer 9f --read 65527
     quorvel: a transfer has 1 to 65527 bytes, not 65528
