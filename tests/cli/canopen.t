@@ -12,6 +12,12 @@ The master mode is switched on, and said so; nodes that answer:
     $ quorvel --json --progress none canopen scan 1 1
     {"node":1,"device_type":197009,"name":"Quorvel CANopen node"}
 
+Ctrl-C ends scanning between two nodes:
+
+    $ mkfifo progress; (exec quorvel -q --progress=json -g "$GATEWAY" canopen scan --wait 200) 2> progress & scan=$!
+    $ while read -r line; do case $line in *'"done":2,'*) kill -INT $scan;; esac; last=$line; done < progress; wait $scan; echo "$? ${last##*,}"
+    130 "state":"failed"}
+
 Objects:
 
     $ quorvel canopen sdo read 1 0x1000
