@@ -63,6 +63,8 @@ The manual pages are without fault, and tell every group, verb and option:
 
     $ pages=$(dirname "$(command -v quorvel)")/man
     $ for page in "$pages"/*.1; do groff -man -ww -z "$page"; man --warnings -l "$page" 2>&1 >/dev/null; done
+    $ grep -h '^\.TH' "$pages"/*.1 | cut -d '"' -f 6 | uniq
+    quorvel [0-9.]+ (re)
     $ man() { MANWIDTH=80 command man -l "$pages/$1" | col -bx; }
     $ man quorvel-image.1 | sed -n '/^NAME/,/^DESC/p; /^   convert/,/^ *OUT /p'
     NAME
