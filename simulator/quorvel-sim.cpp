@@ -3,6 +3,7 @@
 #include "FaultPlan.h"
 #include "SimGatewayI2C.h"
 #include "Simulator.h"
+#include "StandardDescriptors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -142,6 +143,7 @@ int Run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    TakeStandardDescriptors();
     try {
         return Run(argc, argv);
     } catch (const std::exception& oError) {

@@ -86,9 +86,11 @@ int SetCanName(CTool& oTool, const std::string& strName)
     if (strName == "any")
         return eStatusDone;
     unsigned& nPortIndex = oTool.GetOptions().nPortIndex;
-    const auto nIndex = strName.starts_with("can") ? ParseNumber(strName.substr(3), 599) : std::nullopt;
+    const auto nIndex =
+        strName.starts_with("can") ? ParseNumber(strName.substr(3), MAX_PORT_INDEX) : std::nullopt;
     if (!nIndex)
-        return oTool.Fail(eStatusUsage, Quote(strName) + ": an interface is can0 to can599, or any");
+        return oTool.Fail(eStatusUsage, fmt::format("{}: an interface is can0 to can{}, or any",
+                                                    Quote(strName), MAX_PORT_INDEX));
     if (nPortIndex != 0 && nPortIndex != *nIndex)
         return oTool.Fail(eStatusUsage,
                           fmt::format("{} and --port-index {} contradict each other", strName, nPortIndex));

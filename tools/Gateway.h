@@ -5,13 +5,15 @@
 #include "QuorvelClient.h"
 #include "Tool.h"
 
+#include <atomic>
 #include <string>
 #include <type_traits>
 #include <utility>
 
 /**
  * A client class of the library that connects to the gateway of the command line, traces, reports failures and
- * is disconnected on Ctrl-C.
+ * is disconnected on Ctrl-C. It notes how much each answer holds: for data that is missing the library leaves a
+ * result as it was, or takes zeros.
  */
 template<class TClient>
 class CGateway : public TClient
@@ -52,6 +54,23 @@ class CGateway : public TClient
                                    nRC);
     }
 
+    /**
+     * Reports the result of an operation if it is a failure or its answer holds too little.
+     * @param nNeeded how many bytes of data have to be behind the result byte
+     * @return 0, or the exit status
+     */
+    int Check(const std::string& strOperation, int nRC, std::size_t nNeeded) const
+    {
+        if (nRC == 0 && GetAnswered() < nNeeded)
+            return m_oTool.Fail(eStatusNoAnswer,
+                                fmt::format("{}: {}: the answer is too short",
+                                            m_oTool.GetGatewayName(this->GetDeviceType()), strOperation));
+        return Check(strOperation, nRC);
+    }
+
+    /// @return the number of bytes of data behind the result byte in the last answer
+    std::size_t GetAnswered() const { return m_nAnswered; }
+
     using TClient::SendMsg;
 
     /// Traces what is sent.
@@ -62,9 +81,12 @@ class CGateway : public TClient
         return TClient::SendMsg(oMsg);
     }
 
-    /// Traces what is received.
+    /// Traces what is received, and notes the length of an answer before anybody who waits for it gets it.
     void DataInd(const char* pData, unsigned short nLen) override
     {
+        // Length, code, id, result and check byte take 8; bit 15 of the code marks an answer.
+        if (nLen > 3 && (static_cast<unsigned char>(pData[3]) & 0x80) != 0)
+            m_nAnswered = nLen > 8 ? nLen - 8U : 0U;
         if (m_oTool.IsTracing())
             m_oTool.Trace(false, this->GetDeviceType(), CQuorvelMsg(pData, nLen));
         TClient::DataInd(pData, nLen);
@@ -76,6 +98,7 @@ class CGateway : public TClient
     using TimeoutOf = std::conditional_t<(std::is_same_v<TArguments, EQuorvelDevice> || ...), unsigned, int>;
 
     CTool& m_oTool;
+    std::atomic<std::size_t> m_nAnswered{0}; // written by the thread that receives
 };
 
 #endif

@@ -159,8 +159,8 @@ std::string GetOptionText(const CLI::Option& oOption)
         return strText;
     if (oValue.bOptional)
         return strText + "[=" + oValue.strName + "]";
-    const bool bMany =
-        oOption.get_expected_max() >= CLI::detail::expected_max_vector_size && oOption.get_allow_extra_args();
+    const bool bMany = oOption.get_expected_max() >= CLI::detail::expected_max_vector_size &&
+                       oOption.get_allow_extra_args() && !oValue.strName.ends_with("...");
     return strText + " " + oValue.strName + (bMany ? "..." : "");
 }
 
@@ -191,7 +191,7 @@ std::string GetUsage(const CLI::App& oApp)
     strUsage.insert(std::min(strUsage.find(' '), strUsage.size()), " [OPTIONS]");
     for (const CLI::Option* const pArgument : GetArguments(oApp)) {
         std::string strName = pArgument->get_name(true);
-        if (pArgument->get_expected_max() >= CLI::detail::expected_max_vector_size)
+        if (pArgument->get_expected_max() > 1)
             strName += "...";
         strUsage += pArgument->get_required() ? " " + strName : " [" + strName + "]";
     }

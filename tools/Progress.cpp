@@ -1,5 +1,7 @@
 #include "Progress.h"
 
+#include "Text.h"
+
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -87,19 +89,19 @@ void CProgress::Show()
     const bool bFailed = m_bEnded && !m_bFinished;
     switch (m_eProgress) {
     case EProgress::eBar:
-        fmt::print(stderr, "\r{} | {}{} | {}% {:.2f} s {}", m_strTitle, std::string(nColumns, '#'),
-                   std::string(COLUMNS - nColumns, bFailed ? '-' : ' '), m_nPercent, dSeconds,
-                   m_bEnded ? "\n" : "");
+        PutError(fmt::format("\r{} | {}{} | {}% {:.2f} s {}", m_strTitle, std::string(nColumns, '#'),
+                             std::string(COLUMNS - nColumns, bFailed ? '-' : ' '), m_nPercent, dSeconds,
+                             m_bEnded ? "\n" : ""));
         m_bOpen = !m_bEnded;
         break;
     case EProgress::ePlain:
         if (!m_bOpen)
-            fmt::print(stderr, "{} | ", m_strTitle);
+            PutError(m_strTitle + " | ");
         for (; m_nColumns < nColumns; ++m_nColumns)
             static_cast<void>(std::fputc('#', stderr));
         if (m_bEnded)
-            fmt::print(stderr, "{} | {}% {:.2f} s\n", std::string(COLUMNS - nColumns, '-'), m_nPercent,
-                       dSeconds);
+            PutError(fmt::format("{} | {}% {:.2f} s\n", std::string(COLUMNS - nColumns, '-'), m_nPercent,
+                                 dSeconds));
         m_bOpen = !m_bEnded;
         break;
     case EProgress::eJson: {
@@ -112,7 +114,7 @@ void CProgress::Show()
                     {"state", m_bFinished ? "done"
                               : bFailed   ? "failed"
                                           : "running"}};
-        fmt::print(stderr, "{}\n", oLine.dump());
+        PutError(oLine.dump() + "\n");
         break;
     }
     case EProgress::eAuto:

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <numeric>
 #include <system_error>
 #include <utility>
@@ -118,6 +119,20 @@ std::string Quote(std::string_view strText)
     for (const char cChar : strText)
         strQuoted += std::iscntrl(static_cast<unsigned char>(cChar)) != 0 ? '.' : cChar;
     return strQuoted + "'";
+}
+
+std::string CheckHost(const std::string& strHost)
+{
+    // More than one colon is an address of IPv6.
+    if (std::count(strHost.begin(), strHost.end(), ':') != 1)
+        return "";
+    return Quote(strHost) +
+           " is not an address alone: the port follows from the kind of gateway, see --port-index";
+}
+
+void PutError(const std::string& strText)
+{
+    static_cast<void>(std::fputs(strText.c_str(), stderr));
 }
 
 std::string GetSystemError()

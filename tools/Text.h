@@ -45,6 +45,12 @@ std::vector<std::string> FindNearest(const std::string& strText, const std::vect
 /// @return the text in single quotes, with what cannot be printed replaced by dots
 std::string Quote(std::string_view strText);
 
+/// @return what is wrong with the address of a gateway; empty when it can be one
+std::string CheckHost(const std::string& strHost);
+
+/// Prints on standard error. That it is closed or full takes the place of no other failure.
+void PutError(const std::string& strText);
+
 /// @return the text of errno
 std::string GetSystemError();
 

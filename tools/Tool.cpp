@@ -7,10 +7,13 @@
 #include "Text.h"
 #include "WireTrace.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <iostream>
 #include <map>
+#include <system_error>
+#include <utility>
 
 namespace
 {
@@ -52,6 +55,19 @@ const std::map<std::string, EProgress> PROGRESS_MODES{{"auto", EProgress::eAuto}
                                                       {"json", EProgress::eJson},
                                                       {"none", EProgress::eNone}};
 
+// What is wrong with the arguments, where the parser tells neither what is meant nor what is wanted.
+std::string GetUsageError(const CLI::ParseError& oError)
+{
+    constexpr std::string_view START = "Could not convert: ";
+    const std::string strText = oError.what();
+    const std::size_t nEquals = strText.find(" = ");
+    if (!strText.starts_with(START) || nEquals == std::string::npos)
+        return strText;
+    return fmt::format("{}: {} is not a number that can stand here: decimal, 0x hexadecimal or 0 octal",
+                       strText.substr(START.size(), nEquals - START.size()),
+                       Quote(std::string_view(strText).substr(nEquals + 3)));
+}
+
 } // namespace
 
 CTool::CTool()
@@ -75,13 +91,14 @@ void CTool::AddOptions()
     m_oApp.fallthrough();
     m_oApp.require_subcommand(1);
     m_oApp.add_option("-g,--gateway", m_oOptions.strHost, "Address or name of the gateway")
-        ->type_name("HOST");
+        ->type_name("HOST")
+        ->check(CLI::Validator(CheckHost, ""));
     m_oApp
         .add_option("--port-index", m_oOptions.nPortIndex,
                     "Several gateways behind one address: TCP port 4999 + kind + 100 * N")
         ->type_name("N")
         ->capture_default_str()
-        ->check(CLI::Range(0U, 599U).description(""));
+        ->check(CLI::Range(0U, MAX_PORT_INDEX).description(""));
     m_oApp.add_option("--timeout", m_oOptions.nTimeout, "How long to wait for a connection or an answer")
         ->type_name("MS")
         ->capture_default_str()
@@ -124,8 +141,11 @@ int CTool::Parse(int argc, char** argv)
     try {
         m_oApp.parse(argc, argv);
     } catch (const CLI::ParseError& oError) {
-        if (oError.get_exit_code() == 0) // --help, --version
-            return m_oApp.exit(oError);
+        if (oError.get_exit_code() == 0) { // --help, --version
+            m_oApp.exit(oError);
+            std::cout.flush();
+            return FlushOutput(eStatusDone);
+        }
         const CLI::App& oInner = GetInnermost();
         const std::string strKind = oInner.get_parent() == nullptr
                                         ? "group or verb"
@@ -145,7 +165,7 @@ int CTool::Parse(int argc, char** argv)
         }
         if (oError.get_name() == "RequiredError" && !apVerbs.empty())
             return Usage("a " + strKind + " is missing");
-        return Usage(oError.what());
+        return Usage(GetUsageError(oError));
     }
     return eStatusDone;
 }
@@ -161,10 +181,40 @@ int CTool::Run(int argc, char** argv)
         static_cast<void>(std::setvbuf(m_pTrace, nullptr, _IOLBF, BUFSIZ));
     }
     m_oInterrupt.Start();
-    int nStatus = m_pVerb->Run(*this);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        nStatus = Fail(eStatusFile, "standard output: " + GetSystemError());
+    int nStatus = eStatusFile;
+    try {
+        nStatus = m_pVerb->Run(*this);
+    } catch (const std::system_error&) {
+        if (std::ferror(stdout) == 0)
+            throw;
+    }
+    nStatus = CloseTrace(FlushOutput(nStatus));
     return m_oInterrupt.GetSignal() != 0 ? 128 + m_oInterrupt.GetSignal() : nStatus;
+}
+
+// Whatever the status was, it is a failure when the data did not get out.
+int CTool::FlushOutput(int nStatus) const
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        return Fail(eStatusFile, "standard output: " + GetSystemError());
+    return nStatus;
+}
+
+// The verb's own failure tells more than that of the trace.
+int CTool::CloseTrace(int nStatus)
+{
+    if (m_pTrace == nullptr)
+        return nStatus;
+    std::FILE* const pTrace = std::exchange(m_pTrace, nullptr);
+    if (pTrace != stderr && std::fclose(pTrace) != 0 && m_nTraceError == 0)
+        m_nTraceError = errno;
+    if (m_nTraceError == 0)
+        return nStatus;
+    errno = m_nTraceError;
+    // Also after Ctrl-C, which is how most long traces end.
+    Report(fmt::format("quorvel: {}: {}", pTrace == stderr ? "standard error" : m_oOptions.strTrace,
+                       GetSystemError()));
+    return nStatus != 0 ? nStatus : eStatusFile;
 }
 
 void CTool::PrintJson(const CJson& oData)
@@ -204,7 +254,7 @@ void CTool::Report(const std::string& strText) const
 {
     if (m_pProgress != nullptr)
         m_pProgress->EndLine();
-    fmt::print(stderr, "{}\n", strText);
+    PutError(strText + "\n");
 }
 
 bool CTool::Ask(const std::string& strQuestion)
@@ -222,15 +272,19 @@ int CTool::CheckResult(EQuorvelDevice eKind, unsigned nTimeout, bool bConnecting
         return eStatusDone;
     // The firmware service marks its EEPROM's failures with bit 8, those of the connection too.
     const int nTransport = nRC & 0x00FF0000;
-    std::string strText =
-        fmt::format("{} gateway {}:{}: {}: 0x{:08X}, {}", GetKindName(eKind), m_oOptions.strHost,
-                    GetPort(eKind), strOperation, static_cast<unsigned>(nRC), QuorvelErrorMsg(nRC));
+    std::string strText = fmt::format("{}: {}: 0x{:08X}, {}", GetGatewayName(eKind), strOperation,
+                                      static_cast<unsigned>(nRC), QuorvelErrorMsg(nRC));
     const std::string strCause = GetCause(nTransport != 0 ? nTransport : nRC, nTimeout, bConnecting);
     if (!strCause.empty())
         strText += " (" + strCause + ")";
     if (nTransport == 0)
         return Fail(eStatusRefused, strText);
     return Fail(nTransport == 0x00920000 ? eStatusUsage : eStatusNoAnswer, strText);
+}
+
+std::string CTool::GetGatewayName(EQuorvelDevice eKind) const
+{
+    return fmt::format("{} gateway {}:{}", GetKindName(eKind), m_oOptions.strHost, GetPort(eKind));
 }
 
 unsigned short CTool::GetPort(EQuorvelDevice eKind) const
@@ -242,6 +296,8 @@ unsigned short CTool::GetPort(EQuorvelDevice eKind) const
 void CTool::Trace(bool bSent, EQuorvelDevice eKind, const CQuorvelMsg& oMsg)
 {
     const auto oNow = std::chrono::system_clock::now();
+    const std::string strText = FormatTelegram(oNow, bSent, eKind, oMsg);
     const std::lock_guard oLock(m_oMutexTrace);
-    fmt::print(m_pTrace, "{}", FormatTelegram(oNow, bSent, eKind, oMsg));
+    if (m_nTraceError == 0 && std::fwrite(strText.data(), 1, strText.size(), m_pTrace) != strText.size())
+        m_nTraceError = errno;
 }

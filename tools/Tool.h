@@ -43,6 +43,9 @@ enum class EProgress {
     eNone   ///< not at all
 };
 
+/// The port indexes begin at 0; the library's handles and the simulator have as many.
+constexpr unsigned MAX_PORT_INDEX = 99;
+
 /// One verb: its options are members, which the constructor ties to the command line.
 class CVerb
 {
@@ -153,11 +156,15 @@ class CTool
     /// @return the TCP port of a kind of gateway at the port index given
     unsigned short GetPort(EQuorvelDevice eKind) const;
 
+    /// @return a gateway as errors and remarks name it, such as "SPI gateway 192.168.0.10:5002"
+    std::string GetGatewayName(EQuorvelDevice eKind) const;
+
     /// @return true when telegrams are to be traced
     bool IsTracing() const { return m_pTrace != nullptr; }
 
     /**
-     * Traces a telegram.
+     * Traces a telegram. When it cannot be written, the program fails with that at its end, not here: the
+     * telegram goes its way all the same.
      * @param bSent  true when it goes to the gateway
      * @param eKind  the gateway's kind
      * @param oMsg   the telegram
@@ -169,6 +176,8 @@ class CTool
     int Parse(int argc, char** argv);
     int Usage(const std::string& strText) const;
     void Report(const std::string& strText) const;
+    int FlushOutput(int nStatus) const;
+    int CloseTrace(int nStatus);
     const CLI::App& GetInnermost() const;
 
     SOptions m_oOptions;
@@ -178,6 +187,7 @@ class CTool
     CVerb* m_pVerb = nullptr;
     CProgress* m_pProgress = nullptr;
     std::FILE* m_pTrace = nullptr;
+    int m_nTraceError = 0; // errno of the first telegram that could not be traced
     std::mutex m_oMutexTrace;
 };
 

@@ -92,7 +92,7 @@ class CAWireTarget : public CTarget
         unsigned nSize = 0;
         unsigned nPageSize = 0;
         if (const int nStatus = m_oGateway.Check(
-                "get target", m_oGateway.GetConfig(m_nBaudrate, nStart, nSize, nPageSize, m_strName));
+                "get target", m_oGateway.GetConfig(m_nBaudrate, nStart, nSize, nPageSize, m_strName), 16);
             nStatus != 0)
             return nStatus;
         if (nSize == 0 || nPageSize == 0)
@@ -248,7 +248,7 @@ class CAWireConfig : public CVerb
         unsigned nPageSize = 0;
         std::string strName;
         if (const int nStatus = oGateway.Check(
-                "get target", oGateway.GetConfig(nBaudrate, nAddress, nSize, nPageSize, strName));
+                "get target", oGateway.GetConfig(nBaudrate, nAddress, nSize, nPageSize, strName), 16);
             nStatus != 0)
             return nStatus;
         return oGateway.Check(

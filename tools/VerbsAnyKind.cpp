@@ -60,11 +60,7 @@ class CKindVerb : public CVerb
     EQuorvelDevice GetKind() const { return static_cast<EQuorvelDevice>(m_nKind); }
 
     /// @return the gateway as remarks name it
-    std::string GetName(CTool& oTool) const
-    {
-        return fmt::format("{} gateway {}:{}", GetKindName(GetKind()), oTool.GetOptions().strHost,
-                           oTool.GetPort(GetKind()));
-    }
+    std::string GetName(CTool& oTool) const { return oTool.GetGatewayName(GetKind()); }
 
   private:
     int m_nKind = 0;
@@ -88,7 +84,7 @@ class CInfo : public CKindVerb
         SQuorvelDeviceInfo oInfo{};
         int nStatus = oGateway.OpenGateway();
         if (nStatus == 0)
-            nStatus = oGateway.Check("information", oGateway.Info(&oInfo));
+            nStatus = oGateway.Check("information", oGateway.Info(&oInfo), sizeof oInfo);
         if (nStatus != 0)
             return nStatus;
         const char* const pName = GetKindName(static_cast<EQuorvelDevice>(oInfo.nDeviceType));
@@ -321,7 +317,10 @@ class CScan : public CVerb
   public:
     explicit CScan(CLI::App& oGroup) : CVerb(oGroup, "scan", "Find the gateways behind an address")
     {
-        m_oApp.add_option("HOST", m_strHost, "Address or name")->type_name("")->required();
+        m_oApp.add_option("HOST", m_strHost, "Address or name")
+            ->type_name("")
+            ->required()
+            ->check(CLI::Validator(CheckHost, ""));
         m_oApp.add_option("--indexes", m_strIndexes, "Port indexes to try, such as 2 or 0-3")
             ->type_name("FIRST[-LAST]")
             ->capture_default_str();
@@ -338,12 +337,13 @@ class CScan : public CVerb
     {
         const std::string_view strIndexes = m_strIndexes;
         const auto nDash = strIndexes.find('-');
-        const auto nFirst = ParseNumber(strIndexes.substr(0, nDash), MAX_INDEX);
-        const auto nLast =
-            nDash == std::string_view::npos ? nFirst : ParseNumber(strIndexes.substr(nDash + 1), MAX_INDEX);
+        const auto nFirst = ParseNumber(strIndexes.substr(0, nDash), MAX_PORT_INDEX);
+        const auto nLast = nDash == std::string_view::npos
+                               ? nFirst
+                               : ParseNumber(strIndexes.substr(nDash + 1), MAX_PORT_INDEX);
         if (!nFirst || !nLast || *nLast < *nFirst)
             return oTool.Fail(eStatusUsage, fmt::format("--indexes: {} is no range such as 0-3, of 0 to {}",
-                                                        Quote(m_strIndexes), MAX_INDEX));
+                                                        Quote(m_strIndexes), MAX_PORT_INDEX));
         oTool.GetOptions().strHost = m_strHost;
         for (auto nIndex = static_cast<unsigned>(*nFirst); nIndex <= *nLast; ++nIndex) {
             oTool.GetOptions().nPortIndex = nIndex;
@@ -365,7 +365,6 @@ class CScan : public CVerb
     }
 
   private:
-    static constexpr unsigned MAX_INDEX = 599;
     static constexpr std::size_t MAX_THREADS = 64;
 
     struct STarget {
@@ -509,6 +508,11 @@ class CWatchVerb : public CKindVerb
     unsigned m_nCount = 0;
 };
 
+int ReadDigital(CAnyGateway& oGateway, unsigned& nInputs, unsigned& nOutputs)
+{
+    return oGateway.Check("read digital", oGateway.BaseReadDigital(nInputs, nOutputs), 8);
+}
+
 class CDigitalRead : public CKindVerb
 {
   public:
@@ -525,7 +529,7 @@ class CDigitalRead : public CKindVerb
         unsigned nOutputs = 0;
         int nStatus = oGateway.OpenGateway();
         if (nStatus == 0)
-            nStatus = oGateway.Check("read digital", oGateway.BaseReadDigital(nInputs, nOutputs));
+            nStatus = ReadDigital(oGateway, nInputs, nOutputs);
         if (nStatus != 0)
             return nStatus;
         if (oTool.GetOptions().bJson)
@@ -557,7 +561,7 @@ class CDigitalWrite : public CKindVerb
         unsigned nOutputs = 0;
         int nStatus = oGateway.OpenGateway();
         if (nStatus == 0 && m_nMask != ALL)
-            nStatus = oGateway.Check("read digital", oGateway.BaseReadDigital(nInputs, nOutputs));
+            nStatus = ReadDigital(oGateway, nInputs, nOutputs);
         if (nStatus != 0)
             return nStatus;
         return oGateway.Check("write digital",
@@ -588,8 +592,7 @@ class CDigitalWatch : public CWatchVerb
         std::optional<std::pair<unsigned, unsigned>> oLast;
         return Watch(oTool, [&](bool& bPrinted) {
             std::pair<unsigned, unsigned> oNow;
-            const int nStatus =
-                oGateway.Check("read digital", oGateway.BaseReadDigital(oNow.first, oNow.second));
+            const int nStatus = ReadDigital(oGateway, oNow.first, oNow.second);
             if (nStatus != 0 || oNow == oLast)
                 return nStatus;
             PrintChange(oTool, fmt::format("inputs 0x{:08x}  outputs 0x{:08x}", oNow.first, oNow.second),
@@ -632,7 +635,7 @@ int WithAnalog(CTool& oTool, EQuorvelDevice eKind, const TFunction& fnDo)
     const auto Do = [&](auto& oGateway) {
         const int nStatus = oGateway.OpenGateway();
         return nStatus != 0 ? nStatus : fnDo([&](CValues& anValues) {
-            return oGateway.Check("read analog", ReadValues(oGateway, anValues));
+            return oGateway.Check("read analog", ReadValues(oGateway, anValues), 4);
         });
     };
     if (eKind == eDeviceAD) {

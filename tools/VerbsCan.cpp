@@ -113,7 +113,7 @@ class CReceiveVerb : public CVerb
         if (const int nStatus = oCan.OpenGateway(); nStatus != 0)
             return nStatus;
         unsigned char nMode = 0;
-        if (const int nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode));
+        if (const int nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode), 1);
             nStatus != 0)
             return nStatus;
         SCanRecord oRecord;
@@ -148,8 +148,8 @@ class CReceiveVerb : public CVerb
             const bool bComplete = m_nCount != 0 && m_nReceived == m_nCount;
             if (nDropped != 0 && !bComplete) {
                 m_nDropped = nDroppedBefore += nDropped;
-                fmt::print(stderr, "DROPCOUNT: dropped {} CAN frame{} on '{}' socket (total drops {})\n",
-                           nDropped, nDropped > 1 ? "s" : "", oRecord.strInterface, m_nDropped);
+                PutError(fmt::format("DROPCOUNT: dropped {} CAN frame{} on '{}' socket (total drops {})\n",
+                                     nDropped, nDropped > 1 ? "s" : "", oRecord.strInterface, m_nDropped));
             }
             if (bComplete || eWait == CCanReceiver::eTimedOut)
                 return eStatusDone;
@@ -406,6 +406,9 @@ class CCanSend : public CVerb
     int Run(CTool& oTool) override
     {
         if (m_astrFrames[0].find('#') == std::string::npos) {
+            if (!m_astrFrames[0].starts_with("can") && m_astrFrames[0] != "any")
+                return oTool.Fail(eStatusUsage,
+                                  Quote(m_astrFrames[0]) + ": a frame is IDENTIFIER#DATA, such as 123#11.22");
             if (const int nStatus = SetCanName(oTool, m_astrFrames[0]); nStatus != 0)
                 return nStatus;
             m_astrFrames.erase(m_astrFrames.begin());
@@ -712,13 +715,14 @@ class CCanConfig : public CVerb
 
     static int Read(CCan& oCan, SSettings& oNow)
     {
-        int nStatus =
-            oCan.Check("read the settings", oCan.GetGlobals(oNow.nBitRate, oNow.nMode, oNow.bTermination,
-                                                            oNow.bHighSpeed, oNow.bTimeStamps));
+        int nStatus = oCan.Check(
+            "read the settings",
+            oCan.GetGlobals(oNow.nBitRate, oNow.nMode, oNow.bTermination, oNow.bHighSpeed, oNow.bTimeStamps),
+            5); // the switches may be missing
         if (nStatus == 0)
-            nStatus = oCan.Check("read the configuration", oCan.GetConfig(oNow.bConfirm, oNow.bMonitor));
+            nStatus = oCan.Check("read the configuration", oCan.GetConfig(oNow.bConfirm, oNow.bMonitor), 2);
         if (nStatus == 0)
-            nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(oNow.nCanOpen));
+            nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(oNow.nCanOpen), 1);
         return nStatus;
     }
 
@@ -796,7 +800,7 @@ class CCanFilterVerb : public CVerb
             }
             return oCan.Check("set the filter", oCan.SetFilter(oFilter));
         }
-        if (const int nStatus = oCan.Check("read the filter", oCan.GetFilter(oFilter)); nStatus != 0)
+        if (const int nStatus = oCan.Check("read the filter", oCan.GetFilter(oFilter), 64); nStatus != 0)
             return nStatus;
         for (std::size_t i = 0; i < 16; i += 2) {
             const unsigned nMask = oFilter.anValues[i];
@@ -855,10 +859,11 @@ class CCanPower : public CVerb
         unsigned short nVoltage = 0;
         unsigned short nCurrent = 0;
         bool bLive = false;
-        nStatus = oCan.Check("read the power status",
-                             oCan.GetPowerStatus(255, nVoltages, 255, nActive, 255, nOther, nTemperature,
-                                                 nVoltage, nCurrent, bLive, anVoltages.data(),
-                                                 abActive.data(), abOther.data()));
+        const int nRC =
+            oCan.GetPowerStatus(255, nVoltages, 255, nActive, 255, nOther, nTemperature, nVoltage, nCurrent,
+                                bLive, anVoltages.data(), abActive.data(), abOther.data());
+        const std::size_t nNeeded = std::size_t{10} + 2 * nVoltages + nActive + nOther;
+        nStatus = oCan.Check("read the power status", nRC, std::max<std::size_t>(nNeeded, 12));
         if (nStatus != 0)
             return nStatus;
         const bool bJson = oTool.GetOptions().bJson;
@@ -928,7 +933,7 @@ class CCanClock : public CVerb
         }
         bool bSet = false;
         timeval oTime{};
-        if (const int nStatus = oCan.Check("read the clock", oCan.GetTime(bSet, oTime)); nStatus != 0)
+        if (const int nStatus = oCan.Check("read the clock", oCan.GetTime(bSet, oTime), 9); nStatus != 0)
             return nStatus;
         if (oTool.GetOptions().bJson) {
             CTool::PrintJson(

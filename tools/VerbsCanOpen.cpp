@@ -121,7 +121,7 @@ int OpenMaster(CTool& oTool, TCan& oCan)
     int nStatus = oCan.OpenGateway();
     unsigned char nMode = 0;
     if (nStatus == 0)
-        nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode));
+        nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode), 1);
     if (nStatus != 0 || nMode != 0)
         return nStatus;
     nStatus = oCan.Check("switch the CANopen master mode on", oCan.CANopenSetConfig(1));
@@ -182,8 +182,8 @@ class CMaster : public CGateway<CQuorvelClientCAN>
     {
         const auto nTimeout = static_cast<unsigned short>(std::min(m_oTool.GetOptions().nTimeout, 0xFFFFU));
         const int nRC = Sdo(nCode, oObject, nTimeout, strMore, strBytes);
-        std::string strOperation = fmt::format(
-            "{} {}", nCode == SDO_READ || nCode == SDO_READ_BLOCK ? "read" : "write", oObject.GetText());
+        const bool bRead = nCode == SDO_READ || nCode == SDO_READ_BLOCK;
+        std::string strOperation = fmt::format("{} {}", bRead ? "read" : "write", oObject.GetText());
         if ((nRC == SDO_ABORTED || nRC == SDO_TIMED_OUT) && strBytes.size() >= 4) {
             unsigned nAbort = 0;
             CQuorvelMsg::FromChar(nAbort, strBytes.data());
@@ -191,8 +191,11 @@ class CMaster : public CGateway<CQuorvelClientCAN>
             strOperation += fmt::format(": SDO abort 0x{:08X}{}{}", nAbort, pText != nullptr ? ", " : "",
                                         pText != nullptr ? pText : "");
         }
-        return Check(strOperation, nRC);
+        return Check(strOperation, nRC, bRead ? MIN_READ : 0);
     }
+
+    /// What the answer to reading holds at least: the status, and a byte of the object.
+    static constexpr std::size_t MIN_READ = 2;
 
   private:
     CTool& m_oTool;
@@ -303,13 +306,20 @@ class CScan : public CVerb
         CMaster oCan(oTool);
         if (const int nStatus = OpenMaster(oTool, oCan); nStatus != 0)
             return nStatus;
+        // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
+        oTool.GetInterrupt().SetAction({});
         CProgress oProgress(oTool, "Scanning", m_nLast - m_nFirst + 1);
         std::vector<SFound> aoFound;
         for (unsigned nNode = m_nFirst; nNode <= m_nLast; ++nNode) {
+            if (oTool.GetInterrupt().GetSignal() != 0)
+                return oTool.Fail(eStatusNoAnswer, ""); // the signal's status
             SFound oFound{nNode, {}, {}};
             const int nRC = oCan.Sdo(SDO_READ, {nNode, 0x1000, 0}, GetWait(), {}, oFound.strType);
-            if (nRC != 0 && nRC != SDO_TIMED_OUT && nRC != SDO_ABORTED)
-                return oCan.Check(fmt::format("ask node {}", nNode), nRC);
+            if (nRC != SDO_TIMED_OUT && nRC != SDO_ABORTED) {
+                if (const int nStatus = oCan.Check(fmt::format("ask node {}", nNode), nRC, CMaster::MIN_READ);
+                    nStatus != 0)
+                    return nStatus;
+            }
             oProgress.Update(nNode - m_nFirst + 1);
             if (nRC == SDO_TIMED_OUT)
                 continue;

@@ -26,11 +26,9 @@ constexpr int RC_SHORT_ANSWER = 0x000C0000;
 class CFirmwareTarget : public CTarget
 {
   public:
-    /// @param bNeedsEEPROM true: a gateway that does not tell how large its EEPROM is does not open
-    explicit CFirmwareTarget(CTool& oTool, bool bNeedsEEPROM = false)
+    explicit CFirmwareTarget(CTool& oTool)
         : CTarget({{"flash", 0, BLOCKS * BLOCK, BLOCK, BLOCKS * BLOCK}, {"eeprom"}}),
           m_oTool(oTool),
-          m_bNeedsEEPROM(bNeedsEEPROM),
           m_oGateway(oTool)
     {
     }
@@ -42,13 +40,8 @@ class CFirmwareTarget : public CTarget
         // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
         m_oTool.GetInterrupt().SetAction({});
         int nSize = 0;
-        const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize));
-        m_aoMemories[1].nSize = static_cast<unsigned>(nSize);
-        if (nStatus == 0 && nSize <= 0 && m_bNeedsEEPROM)
-            return m_oTool.Fail(eStatusNoAnswer,
-                                fmt::format("{} gateway {}:{}: the gateway tells no EEPROM size",
-                                            GetKindName(eDeviceFirmware), m_oTool.GetOptions().strHost,
-                                            m_oTool.GetPort(eDeviceFirmware)));
+        const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize), 6);
+        m_aoMemories[1].nSize = static_cast<unsigned>(std::max(nSize, 0));
         return nStatus;
     }
 
@@ -116,7 +109,7 @@ class CFirmwareTarget : public CTarget
 
     int GetDeviceInfo(SInfo& oInfo)
     {
-        return m_oGateway.Check("get device information", m_oGateway.GetInfo(oInfo));
+        return m_oGateway.Check("get device information", m_oGateway.GetInfo(oInfo), sizeof oInfo);
     }
 
     /// Restarts the gateway and waits until it answers again.
@@ -149,7 +142,6 @@ class CFirmwareTarget : public CTarget
     static bool IsFlash(const SMemory& oMemory) { return oMemory.strName == "flash"; }
 
     CTool& m_oTool;
-    bool m_bNeedsEEPROM;
     CGateway<CQuorvelClientFirmware> m_oGateway;
 };
 
@@ -201,7 +193,7 @@ class CFirmwareOperation : public CVerb
     {
         if (!m_strFormat.empty())
             m_oOperation.cFormat = m_strFormat[0];
-        CFirmwareTarget oTarget(oTool, m_oOperation.strMemories == "eeprom");
+        CFirmwareTarget oTarget(oTool);
         CProgrammer oProgrammer(oTool, oTarget, m_oOptions);
         const int nStatus = oProgrammer.Prepare({m_oOperation});
         return nStatus != 0 ? nStatus : oProgrammer.Run();
@@ -255,7 +247,7 @@ class CEepromRead : public CFirmwareOperation
     {
         if (!m_oOperation.strFile.empty())
             return CFirmwareOperation::Run(oTool);
-        CFirmwareTarget oTarget(oTool, true);
+        CFirmwareTarget oTarget(oTool);
         if (const int nStatus = oTarget.Open(); nStatus != 0)
             return nStatus;
         const SMemory& oMemory = oTarget.GetMemories()[1];

@@ -86,7 +86,7 @@ class CI2cVerb : public CVerb
         return m_oApp
             .add_option("I2CBUS", m_nBus, "Port index of the gateway, as --port-index: 0 is the first")
             ->type_name("")
-            ->check(CLI::Range(0U, 599U).description(""));
+            ->check(CLI::Range(0U, MAX_PORT_INDEX).description(""));
     }
 
     void AddAddress(const std::string& strName)
@@ -262,7 +262,7 @@ class CDetect : public CI2cVerb
     static int List(CTool& oTool)
     {
         CTool::SOptions& oOptions = oTool.GetOptions();
-        for (oOptions.nPortIndex = 0; oOptions.nPortIndex < 600; ++oOptions.nPortIndex) {
+        for (oOptions.nPortIndex = 0; oOptions.nPortIndex <= MAX_PORT_INDEX; ++oOptions.nPortIndex) {
             CGateway<CQuorvelClientI2C> oGateway(oTool);
             const unsigned short nPort = oTool.GetPort(eDeviceI2C);
             if (oOptions.nPortIndex == 0) {
@@ -847,7 +847,8 @@ class CClock : public CVerb
             return oGateway.Check(fmt::format("set the clock to {}", *m_nClock),
                                   oGateway.SetBaudrate(*m_nClock));
         unsigned nClock = 0;
-        if (const int nStatus = oGateway.Check("get the clock", oGateway.GetBaudrate(nClock)); nStatus != 0)
+        if (const int nStatus = oGateway.Check("get the clock", oGateway.GetBaudrate(nClock), 4);
+            nStatus != 0)
             return nStatus;
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"clock_hz", nClock}});

@@ -155,7 +155,7 @@ class CRenesasTarget : public CTarget
     /// Has the target compute a checksum.
     int GetChecksum(unsigned short nFirst, unsigned short nLast, unsigned short& nChecksum)
     {
-        return m_oGateway.Check("checksum", m_oGateway.VerifyCheck(nFirst, nLast, nChecksum));
+        return m_oGateway.Check("checksum", m_oGateway.VerifyCheck(nFirst, nLast, nChecksum), 2);
     }
 
   private:

@@ -16,15 +16,20 @@ namespace
 int CollectBytes(const CTool& oTool, const std::vector<std::string>& astrHex, const std::string& strFile,
                  std::string& strBytes)
 {
-    const auto strHex = ParseHex(fmt::format("{}", fmt::join(astrHex, " ")));
-    if (!strHex)
-        return oTool.Fail(eStatusUsage, "BYTES: bytes in hex, such as 9f 0 0 0");
+    strBytes.clear();
+    for (const std::string& strWord : astrHex) {
+        const auto strHex = ParseHex(strWord);
+        if (!strHex)
+            return oTool.Fail(eStatusUsage,
+                              fmt::format("BYTES: {}: bytes in hex, such as 9f 0 0 0", Quote(strWord)));
+        strBytes += *strHex;
+    }
     std::string strContent;
     if (!strFile.empty()) {
         if (const int nStatus = ReadFile(oTool, strFile, strContent); nStatus != 0)
             return nStatus;
     }
-    strBytes = *strHex + strContent;
+    strBytes += strContent;
     return eStatusDone;
 }
 
@@ -71,9 +76,7 @@ class CSpiConfig : public CVerb
         unsigned char nMode = 0;
         int nStatus = oSpi.OpenGateway();
         if (nStatus == 0)
-            nStatus = oSpi.Check("get bus parameters", oSpi.GetGlobals(nBaudrate, nLevel, nAux, nMode));
-        if (nStatus == 0)
-            nStatus = oSpi.CheckLength("get bus parameters", 7);
+            nStatus = oSpi.Check("get bus parameters", oSpi.GetGlobals(nBaudrate, nLevel, nAux, nMode), 7);
         if (nStatus != 0)
             return nStatus;
         const bool bSet = m_pBaudrate->count() + m_pLevel->count() + m_pAux->count() + m_pMode->count() > 0;

@@ -10,7 +10,6 @@
 #include "Text.h"
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <optional>
@@ -73,29 +72,6 @@ class CComBox : public CGateway<CQuorvelClientTestSystemCOM>
   private:
     CProgress* m_pProgress = nullptr; // while a file is sent
     std::uint64_t m_nSent = 0;
-};
-
-/// A box with values, which counts how many of them it has sent.
-template<class TClient>
-class CValueBox : public CGateway<TClient>
-{
-  public:
-    explicit CValueBox(CTool& oTool) : CGateway<TClient>(oTool) {}
-    ~CValueBox() override { this->StopReception(); }
-
-    void DataInd(const char* pData, unsigned short nLen) override
-    {
-        const CQuorvelMsg oMsg(pData, nLen);
-        if (oMsg.IsConfirmation() && !oMsg.GetData().empty())
-            m_nCount = (oMsg.GetData().size() - 1) / 2;
-        CGateway<TClient>::DataInd(pData, nLen);
-    }
-
-    /// @return the number of values in the last confirmation
-    std::size_t GetCount() const { return m_nCount; }
-
-  private:
-    std::atomic<std::size_t> m_nCount{0};
 };
 
 // A local file is looked at before anything is sent, so that its faults are not taken for the box's.
@@ -189,7 +165,7 @@ class CConfigAvailable : public CVerb
         int nStatus = oBox.OpenGateway();
         if (nStatus == 0)
             nStatus =
-                oBox.Check("ask for " + m_strName, oBox.IsConfigAvailable(m_strName, bAvailable, nValue));
+                oBox.Check("ask for " + m_strName, oBox.IsConfigAvailable(m_strName, bAvailable, nValue), 5);
         if (nStatus != 0)
             return nStatus;
         if (oTool.GetOptions().bJson)
@@ -286,7 +262,7 @@ class CValueVerb : public CVerb
     template<class TClient>
     int Get(CTool& oTool, int (TClient::*pGet)(unsigned short*, unsigned char)) const
     {
-        CValueBox<TClient> oBox(oTool);
+        CGateway<TClient> oBox(oTool);
         std::array<unsigned short, MAX_VALUES> anValues{};
         int nStatus = oBox.OpenGateway();
         if (nStatus == 0)
@@ -296,7 +272,7 @@ class CValueVerb : public CVerb
             return nStatus;
         const std::vector<unsigned> anCame(
             anValues.begin(),
-            anValues.begin() + static_cast<std::ptrdiff_t>(std::min(oBox.GetCount(), MAX_VALUES)));
+            anValues.begin() + static_cast<std::ptrdiff_t>(std::min(oBox.GetAnswered() / 2, MAX_VALUES)));
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"box", m_strBox}, {"values", anCame}});
         else

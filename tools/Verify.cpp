@@ -34,9 +34,9 @@ void CVerify::Compare(std::uint64_t nAddress, std::string_view strDevice, std::s
 int CVerify::Report(bool bNote) const
 {
     static_cast<void>(std::fflush(stdout)); // so that the order is right on a terminal
-    fmt::print(stderr, "{}", m_strLines);
+    PutError(m_strLines);
     if (m_nDiffering > MAX_MISMATCHES)
-        fmt::print(stderr, "  and {} more\n", m_nDiffering - MAX_MISMATCHES);
+        PutError(fmt::format("  and {} more\n", m_nDiffering - MAX_MISMATCHES));
     if (m_oTool.GetOptions().bJson)
         CTool::PrintJson(
             {{"operation", "verify"},

@@ -1,12 +1,16 @@
 // The command `quorvel`: everything the library does, from a shell.
 
+#include "StandardDescriptors.h"
 #include "Tool.h"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
 int main(int argc, char** argv)
 {
+    TakeStandardDescriptors();
+    std::signal(SIGXFSZ, SIG_IGN); // a file at its size limit is reported like a full disk
     try {
         CTool oTool;
         return oTool.Run(argc, argv);

@@ -56,7 +56,7 @@ Scan: a gateway, one that refuses, and an open port without one:
     quorvel: 127.90.1.12: no gateway answers (or there is no such host)
     [4]
     $ command quorvel scan 127.90.1.12 --indexes 3-2
-    quorvel: --indexes: '3-2' is no range such as 0-3, of 0 to 599
+    quorvel: --indexes: '3-2' is no range such as 0-3, of 0 to 99
     [2]
 
 Digital lines; the simulator's inputs are its outputs:
@@ -71,6 +71,18 @@ Digital lines; the simulator's inputs are its outputs:
     > while read -r line; do echo "$line"; quorvel digital write --kind DIO 1; done
     \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  inputs 0x0000005f  outputs 0x0000005f (re)
     \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  inputs 0x00000001  outputs 0x00000001 (re)
+
+What a short answer lacks is neither made up nor written back:
+
+    $ simulator 127.90.1.13 --fault DIO:truncate=8 --fault SPI:truncate=20
+    $ for verb in read watch 'write 1 --mask 3'; do command quorvel -g 127.90.1.13 digital $verb --kind DIO; done
+    quorvel: DIO gateway 127.90.1.13:5004: read digital: the answer is too short
+    quorvel: DIO gateway 127.90.1.13:5004: read digital: the answer is too short
+    quorvel: DIO gateway 127.90.1.13:5004: read digital: the answer is too short
+    [4]
+    $ command quorvel -g 127.90.1.13 info --kind SPI
+    quorvel: SPI gateway 127.90.1.13:5002: information: the answer is too short
+    [4]
 
 Analog lines; the AD gateway answers with values only, the others with a number in front:
 

@@ -58,6 +58,12 @@ What cannot be sent is found before; what nobody acknowledges is told:
     quorvel: '123#1': data are pairs of hex digits
     quorvel: 'can1': 3 hex digits (11 bits) or 8 (29 bits), then #
     [2]
+    $ quorvel can send 123
+    quorvel: '123': a frame is IDENTIFIER#DATA, such as 123#11.22
+    [2]
+    $ quorvel can send can100 123#
+    quorvel: 'can100': an interface is can0 to can99, or any
+    [2]
     $ quorvel can config --mode listen > /dev/null; quorvel can send 123#00; quorvel can config --mode normal > /dev/null
     quorvel: CAN gateway 127.90.3.1:5001: send 123#00: 0x00000221, CAN transmit error
     $ (exec quorvel -g $GATEWAY can send --count 0 --interval 200 123#00) & wait_for=$!; listen can dump -n 1; finish; kill -INT $wait_for; wait $wait_for
@@ -178,3 +184,16 @@ The gateway's filter, power and clock:
     $ quorvel can time --set yesterday
     quorvel: 'yesterday': now, seconds since 1970, or a date such as 2012-08-17T14:14:44
     [2]
+
+What a short answer lacks is neither made up nor written back; the power status tells itself how long it is:
+
+    $ short() { exec {sim}< <(exec quorvel-sim --address 127.90.3.4 --fault "CAN:truncate=$1"); other=$!; read -r -t 10 <&"$sim"; for verb in "${@:2}"; do command quorvel -g 127.90.3.4 can $verb; echo $?; done; kill $other; cat <&"$sim"; }
+    $ short 5 'config --termination on' time; short 20 power filter
+    quorvel: CAN gateway 127.90.3.4:5001: read the settings: the answer is too short
+    4
+    quorvel: CAN gateway 127.90.3.4:5001: read the clock: the answer is too short
+    4
+    quorvel: CAN gateway 127.90.3.4:5001: read the power status: the answer is too short
+    4
+    quorvel: CAN gateway 127.90.3.4:5001: read the filter: the answer is too short
+    4

@@ -12,6 +12,12 @@ The master mode is switched on, and said so; nodes that answer:
     $ quorvel --json --progress none canopen scan 1 1
     {"node":1,"device_type":197009,"name":"Quorvel CANopen node"}
 
+Ctrl-C ends scanning between two nodes:
+
+    $ mkfifo progress; (exec quorvel -q --progress=json -g "$GATEWAY" canopen scan --wait 200) 2> progress & scan=$!
+    $ while read -r line; do case $line in *'"done":2,'*) kill -INT $scan;; esac; last=$line; done < progress; wait $scan; echo "$? ${last##*,}"
+    130 "state":"failed"}
+
 Objects:
 
     $ quorvel canopen sdo read 1 0x1000
@@ -42,6 +48,11 @@ Refusals with the abort code, time-outs, wrong arguments:
     $ quorvel --timeout 500 canopen sdo read 2 0x1000
     quorvel: CAN gateway 127.90.3.2:5001: read 0x1000:0 of node 2: SDO abort 0x05040000, the node has not answered in time: 0x000002FC, CANOpen block timeout (gateway time-out: the gateway answers, but not what is connected to it)
     [1]
+    $ exec {sim}< <(exec quorvel-sim --address 127.90.3.5 --fault CAN:truncate=2@2-); other=$!; read -r -t 10 <&"$sim"
+    $ for arguments in '-t u32' '-f empty'; do command quorvel -q -g 127.90.3.5 canopen sdo read 1 0x1000 $arguments; done; ls empty; kill $other
+    quorvel: CAN gateway 127.90.3.5:5001: read 0x1000:0 of node 1: the answer is too short
+    quorvel: CAN gateway 127.90.3.5:5001: read 0x1000:0 of node 1: the answer is too short
+    ls: cannot access 'empty': No such file or directory
     $ for value in 256 -1 x; do quorvel canopen sdo write -t u8 -- 1 0x2000 $value; done; quorvel canopen sdo write 1 0x2000; quorvel canopen sdo read 1 0x10000; quorvel canopen nmt 0 start
     quorvel: '256': a number of 8 bits, unsigned
     quorvel: '-1': a number of 8 bits, unsigned

@@ -62,6 +62,10 @@ A gateway that refuses a block, and an update that is interrupted:
     quorvel: Firmware gateway 127.90.4.7:5099: write flash 0x0800: 0x000000FF, Quorvel command failed
     quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
     [1]
+    $ kill $sim; wait $sim; start 'Firmware:truncate=13'
+    $ command quorvel -g 127.90.4.7 firmware info
+    quorvel: Firmware gateway 127.90.4.7:5099: get device information: the answer is too short
+    [4]
     $ kill $sim; wait $sim; start 'Firmware:delay=20@4-'; head -c 262144 /dev/zero > zero.bin
     $ (exec quorvel -q --progress=json -g 127.90.4.7 firmware update --yes zero.bin) 2> progress & pid=$!
     $ while read -r line; do case $line in *Writing*'"percent":'[1-9]*) kill -INT $pid 2> /dev/null;; quorvel*) echo "$line";; esac; done < progress; wait $pid
@@ -69,7 +73,7 @@ A gateway that refuses a block, and an update that is interrupted:
     [130]
     $ kill $sim; wait $sim; start 'Firmware:truncate=1@1'
     $ command quorvel -g 127.90.4.7 firmware eeprom read; command quorvel -g 127.90.4.7 firmware eeprom write --format m 1
-    quorvel: Firmware gateway 127.90.4.7:5099: the gateway tells no EEPROM size
-    quorvel: Firmware gateway 127.90.4.7:5099: the gateway tells no EEPROM size
+    quorvel: Firmware gateway 127.90.4.7:5099: get EEPROM size: the answer is too short
+    quorvel: Firmware gateway 127.90.4.7:5099: get EEPROM size: the answer is too short
     [4]
     $ kill $sim; wait $sim

@@ -164,6 +164,9 @@ What is not the device's fault:
     quorvel: I2C gateway 127.90.2.3:5000: read 256 bytes at 0x0000: 0x00
     ls: cannot access 'partial*': No such file or directory
     [2]
+    $ command quorvel -g 127.90.2.3 i2c clock
+    quorvel: I2C gateway 127.90.2.3:5000: get the clock: the answer is too short
+    [4]
     $ stop
 
 The clock:

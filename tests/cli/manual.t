@@ -21,6 +21,10 @@ The help, and what it says of groups in groups and of missing verbs:
     The options of the program hold here, too: see quorvel --help.
     $ quorvel spi transfer --help | grep Usage
     Usage: quorvel [OPTIONS] spi transfer [BYTES...]
+    $ quorvel testsystem values set --help | grep Usage
+    Usage: quorvel [OPTIONS] testsystem values set VALUE...
+    $ quorvel analog watch --help | grep -e '--channels N'
+      --channels N,...          Only these channels, separated by commas
     $ quorvel --help | grep -e 'Usage' -e ' HOST' -e ' MS' -A1 -e '--trace'
     Usage: quorvel [OPTIONS] [GROUP] VERB ...
     
@@ -59,6 +63,8 @@ The manual pages are without fault, and tell every group, verb and option:
 
     $ pages=$(dirname "$(command -v quorvel)")/man
     $ for page in "$pages"/*.1; do groff -man -ww -z "$page"; man --warnings -l "$page" 2>&1 >/dev/null; done
+    $ grep -h '^\.TH' "$pages"/*.1 | cut -d '"' -f 6 | uniq
+    quorvel [0-9.]+ (re)
     $ man() { MANWIDTH=80 command man -l "$pages/$1" | col -bx; }
     $ man quorvel-image.1 | sed -n '/^NAME/,/^DESC/p; /^   convert/,/^ *OUT /p'
     NAME

@@ -79,3 +79,9 @@ A run is completed after failures and after Ctrl-C, too:
     $ grep -c 'Renesas end a run.* result 0x00' trace
     1
     $ kill $sim; wait $sim
+    $ command quorvel-sim --address 127.90.4.6 --fault Renesas:truncate=2 > ready & sim=$!
+    $ read -r -t 20 < ready
+    $ command quorvel -g 127.90.4.6 renesas checksum 0 1
+    quorvel: Renesas gateway 127.90.4.6:5008: checksum: the answer is too short
+    [4]
+    $ kill $sim; wait $sim

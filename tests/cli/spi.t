@@ -14,7 +14,7 @@ Transfers:
        00000000  00 ff c2                                         |...|
     ff c2
     $ quorvel spi transfer 9fz
-    quorvel: BYTES: bytes in hex, such as 9f 0 0 0
+    quorvel: BYTES: '9fz': bytes in hex, such as 9f 0 0 0
     [2]
     $ quorvel spi transfer 9f --read 65527
     quorvel: a transfer has 1 to 65527 bytes, not 65528
@@ -200,7 +200,7 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     [1]
     $ simulator 127.90.1.17 --fault 'SPI:truncate=3'
     $ command quorvel -g 127.90.1.17 spi flash id
-    quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer holds 2 bytes instead of 4: 0x000C0000, Quorvel TCP/IP telegram confirmation is invalid (the answer is damaged)
+    quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer is too short
     [4]
     $ simulator 127.90.1.18 --fault 'SPI:silent@3'
     $ command quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin &

@@ -48,6 +48,10 @@ A box that takes only part of a file, and one that does not answer:
     Sending | ################---------------------------------- | 32% [0-9.]+ s (re)
     quorvel: send line3.cfg: the box has ended the transfer after 65536 of 100000 bytes
     [1]
+    $ stop; start 'COM:truncate=2'
+    $ command quorvel -g 127.90.2.4 testsystem config available line3
+    quorvel: COM gateway 127.90.2.4:5012: ask for line3: the answer is too short
+    [4]
     $ stop; start 'COM:silent'
     $ command quorvel -g 127.90.2.4 --timeout 400 testsystem config show
     quorvel: COM gateway 127.90.2.4:5012: get the active configuration: 0x00040000, TCP/IP timeout occured (no answer within 400 ms)
