@@ -1,5 +1,5 @@
-// Bytes from the network, for every client. The first byte chooses the command, the second how the rest is cut into
-// pieces; each piece is received as it is, as an indication and as the confirmation of a command.
+// Bytes from the network, for every client. The first byte tells whether there are callbacks, the second how the rest is cut
+// into pieces; each piece is received as it is, as an indication and as the confirmation of every command that reads.
 
 #include "FuzzFile.h"
 #include "QuorvelClientAD.h"
@@ -77,7 +77,7 @@ void OnUNDEFINED(int, unsigned char, unsigned char, unsigned char nLen, const ch
     Touch(pData, nLen);
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientCANDll>& oClient)
+void Run(CFuzzed<CQuorvelClientCANDll>& oClient)
 {
     for (const int nCode : {0x0203, 0x0264, 0x0266, 0x0267, 0x026C, 0x026D})
         oClient.Receive(static_cast<unsigned short>(nCode), 0);
@@ -90,152 +90,93 @@ void Run(unsigned int nCommand, CFuzzed<CQuorvelClientCANDll>& oClient)
     timeval oTime{};
     CQuorvelClientCAN::SConfigFilter oFilter{};
     short nSigned = 0;
-    switch (nCommand % 8) {
-    case 0:
-        oClient.GetConfig(g_abFlags[0], g_abFlags[1]);
-        oClient.Write(1, "x", 1, 0, nullptr, nullptr);
-        break;
-    case 1:
-        oClient.GetFilter(oFilter);
-        break;
-    case 2:
-        oClient.GetGlobals(g_anNumbers[0], g_anBytes[0], g_abFlags[0], g_abFlags[1], g_abFlags[2]);
-        break;
-    case 3:
-        oClient.GetZCardParameter(g_anBytes[0], g_anShorts[0], g_anShorts[1]);
-        oClient.CANopenGetConfig(g_anBytes[0]);
-        break;
-    case 4:
-        static_cast<CQuorvelClientCAN&>(oClient).GetTime(g_abFlags[0], oTime);
-        break;
-    case 5:
-        oClient.GetPowerStatus(3, g_anBytes[0], 3, g_anBytes[1], 3, g_anBytes[2], nSigned, g_anShorts[0],
-                               g_anShorts[1], g_abFlags[0], g_anShorts, g_abFlags, g_abFlags);
-        break;
-    case 6:
-        oClient.CANopenSendSDORead(1, 2, 3, 4, g_anBytes[0], g_anNumbers[0]);
-        break;
-    default:
-        oClient.CANopenSendSDOReadBlock(1, 2, 3, 4, 16, g_anBytes[0], g_anShorts[0],
-                                        reinterpret_cast<unsigned char*>(g_acBuffer));
-        break;
-    }
+    oClient.GetConfig(g_abFlags[0], g_abFlags[1]);
+    oClient.Write(1, "x", 1, 0, nullptr, nullptr);
+    oClient.GetFilter(oFilter);
+    oClient.GetGlobals(g_anNumbers[0], g_anBytes[0], g_abFlags[0], g_abFlags[1], g_abFlags[2]);
+    oClient.GetZCardParameter(g_anBytes[0], g_anShorts[0], g_anShorts[1]);
+    oClient.CANopenGetConfig(g_anBytes[0]);
+    static_cast<CQuorvelClientCAN&>(oClient).GetTime(g_abFlags[0], oTime);
+    oClient.GetPowerStatus(3, g_anBytes[0], 3, g_anBytes[1], 3, g_anBytes[2], nSigned, g_anShorts[0],
+                           g_anShorts[1], g_abFlags[0], g_anShorts, g_abFlags, g_abFlags);
+    oClient.CANopenSendSDORead(1, 2, 3, 4, g_anBytes[0], g_anNumbers[0]);
+    oClient.CANopenSendSDOReadBlock(1, 2, 3, 4, 16, g_anBytes[0], g_anShorts[0],
+                                    reinterpret_cast<unsigned char*>(g_acBuffer));
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientSPI>& oClient)
+void Run(CFuzzed<CQuorvelClientSPI>& oClient)
 {
     std::string strStatus;
     SQuorvelDeviceInfo oInfo{};
     unsigned short nCount = 2;
     short nID = 0;
-    switch (nCommand % 6) {
-    case 0:
-        oClient.DataReq("x", 1, g_acBuffer, 300);
-        break;
-    case 1:
-        oClient.SequenceReq("x", 1, g_acBuffer, 300);
-        oClient.SequenceReq("x", 1, &nID);
-        oClient.SequenceGetCnf(nID, g_acBuffer, 300);
-        break;
-    case 2:
-        oClient.GetGlobals(g_anNumbers[0], g_anBytes[0], g_anBytes[1], g_anBytes[2]);
-        break;
-    case 3:
-        oClient.Info(&oInfo);
-        oClient.Status(strStatus);
-        break;
-    case 4:
-        oClient.ReadDigital(g_anNumbers[0], g_anNumbers[1]);
-        break;
-    default:
-        oClient.ReadAnalog(g_anNumbers[0], g_anNumbers + 1, nCount);
-        break;
-    }
+    oClient.DataReq("x", 1, g_acBuffer, 300);
+    oClient.SequenceReq("x", 1, g_acBuffer, 300);
+    oClient.SequenceReq("x", 1, &nID);
+    oClient.SequenceGetCnf(nID, g_acBuffer, 300);
+    oClient.GetGlobals(g_anNumbers[0], g_anBytes[0], g_anBytes[1], g_anBytes[2]);
+    oClient.Info(&oInfo);
+    oClient.Status(strStatus);
+    oClient.ReadDigital(g_anNumbers[0], g_anNumbers[1]);
+    oClient.ReadAnalog(g_anNumbers[0], g_anNumbers + 1, nCount);
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientI2C>& oClient)
+void Run(CFuzzed<CQuorvelClientI2C>& oClient)
 {
     CQuorvelClientI2C::I2CCommand aoSteps[] = {
         {0xA1, 8, g_acBuffer}, {0xA0, 1, g_acBuffer}, {0xA1, 4, g_acBuffer}};
-    switch (nCommand % 4) {
-    case 0:
-        oClient.Read(0xA0, g_acBuffer, 20, g_anShorts[0]);
-        oClient.GetBaudrate(g_anNumbers[0]);
-        break;
-    case 1:
-        oClient.Write(0xA0, "x", 1, g_anShorts[0]);
-        oClient.RAWGet(0, g_anBytes[0]);
-        break;
-    case 2:
-        oClient.WriteSequence(aoSteps, 3, g_anShorts[0]);
-        break;
-    default:
-        oClient.ReadEEProm(1, nCommand, static_cast<unsigned short>(nCommand * 257), g_acBuffer, 20,
-                           g_anShorts[0]);
-        break;
-    }
+    oClient.Read(0xA0, g_acBuffer, 20, g_anShorts[0]);
+    oClient.GetBaudrate(g_anNumbers[0]);
+    oClient.Write(0xA0, "x", 1, g_anShorts[0]);
+    oClient.RAWGet(0, g_anBytes[0]);
+    oClient.WriteSequence(aoSteps, 3, g_anShorts[0]);
+    oClient.ReadEEProm(1, 2, static_cast<unsigned short>(oClient.m_strAnswer.size() * 257), g_acBuffer, 20,
+                       g_anShorts[0]);
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientAWire>& oClient)
+void Run(CFuzzed<CQuorvelClientAWire>& oClient)
 {
     std::string strName;
     auto eProgress = CQuorvelClientAWire::Progress::eFailed;
     short nID = 0;
     oClient.Receive(0x0EE1, 0);
-    if (nCommand % 2 == 0) {
-        oClient.GetConfig(g_anNumbers[0], g_anNumbers[1], g_anNumbers[2], g_anNumbers[3], strName);
-        oClient.WriteBlock(0, 1, "x", nID);
-        oClient.GetWriteBlockStatus(nID, eProgress, g_anShorts[0], g_anShorts[1]);
-    } else {
-        oClient.Read(0, 20, g_acBuffer, g_anShorts[0]);
-        oClient.Verify(0, 20, g_acBuffer);
-    }
+    oClient.GetConfig(g_anNumbers[0], g_anNumbers[1], g_anNumbers[2], g_anNumbers[3], strName);
+    oClient.WriteBlock(0, 1, "x", nID);
+    oClient.GetWriteBlockStatus(nID, eProgress, g_anShorts[0], g_anShorts[1]);
+    oClient.Read(0, 20, g_acBuffer, g_anShorts[0]);
+    oClient.Verify(0, 20, g_acBuffer);
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientFirmware>& oClient)
+void Run(CFuzzed<CQuorvelClientFirmware>& oClient)
 {
     CQuorvelClientFirmware::SQuorvelDeviceInfoEx oInfo{};
     int nSize = 0;
-    switch (nCommand % 4) {
-    case 0:
-        oClient.GetEEPromInfo(nSize);
-        break;
-    case 1:
-        oClient.ReadEEProm(0, g_acBuffer, 20, g_anShorts[0]);
-        break;
-    case 2:
-        oClient.ReadFlash(0, g_acBuffer, g_anNumbers[0]);
-        break;
-    default:
-        oClient.GetInfo(oInfo);
-        break;
-    }
+    oClient.GetEEPromInfo(nSize);
+    oClient.ReadEEProm(0, g_acBuffer, 20, g_anShorts[0]);
+    oClient.ReadFlash(0, g_acBuffer, g_anNumbers[0]);
+    oClient.GetInfo(oInfo);
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientRenesas>& oClient)
+void Run(CFuzzed<CQuorvelClientRenesas>& oClient)
 {
-    if (nCommand % 2 == 0)
-        oClient.ReadPage(0, g_acBuffer, 20, g_anShorts[0]);
-    else
-        oClient.GetVersion(g_acBuffer, 20);
+    oClient.ReadPage(0, g_acBuffer, 20, g_anShorts[0]);
+    oClient.GetVersion(g_acBuffer, 20);
     oClient.VerifyCheck(0, 1, g_anShorts[0]);
 }
 
-void Run(unsigned int nCommand, CFuzzed<CQuorvelClientTestSystemCOM>& oClient)
+void Run(CFuzzed<CQuorvelClientTestSystemCOM>& oClient)
 {
     std::string strName;
-    if (nCommand % 2 == 0)
-        oClient.GetConfig(strName);
-    else
-        oClient.IsConfigAvailable("x", g_abFlags[0], g_anNumbers[0]);
+    oClient.GetConfig(strName);
+    oClient.IsConfigAvailable("x", g_abFlags[0], g_anNumbers[0]);
 }
 
-void Run(unsigned int /*nCommand*/, CFuzzed<CQuorvelClientTestSystemIO>& oClient)
+void Run(CFuzzed<CQuorvelClientTestSystemIO>& oClient)
 {
     oClient.GetValue(g_anShorts, 4);
 }
 
-void Run(unsigned int /*nCommand*/, CFuzzed<CQuorvelClientAD>& oClient)
+void Run(CFuzzed<CQuorvelClientAD>& oClient)
 {
     std::vector<unsigned int> aoValues;
     try {
@@ -256,13 +197,12 @@ void Fuzz(const std::uint8_t* pInput, std::size_t nSize, TArguments... arguments
             oClient.CANopenSetCallback(OnPDO, OnSYNC, OnEMCY, OnGUARD, OnUNDEFINED);
         }
     }
-    const unsigned int nCommand = pInput[0];
     const std::size_t nPiece = std::size_t{pInput[1]} + 1;
     for (std::size_t nPos = 2; nPos <= nSize; nPos += nPiece) {
         oClient.m_strAnswer.assign(reinterpret_cast<const char*>(pInput) + nPos,
                                    std::min(nPiece, nSize - nPos));
         oClient.DataInd(oClient.m_strAnswer.data(), static_cast<unsigned short>(oClient.m_strAnswer.size()));
-        Run(nCommand, oClient);
+        Run(oClient);
     }
 }
 

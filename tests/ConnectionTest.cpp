@@ -268,6 +268,7 @@ TEST(ConnectionTest, ConnectingAnewWithinIndicationsTakesNoMoreMemory)
         oPeer.Send(Block(5, 'a'));
     }
     ASSERT_TRUE(oPeer.WaitForClient(61));
+    EXPECT_TRUE(WaitUntil([&] { return oConnection.GetState() == 3; }));
     EXPECT_LT(fnAddressSpace() - nBefore, 20 * 2048); // fewer than 20 stacks of 8 MiB
 }
 
