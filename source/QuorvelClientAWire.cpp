@@ -57,8 +57,10 @@ void CQuorvelClientAWire::EndWriteFile()
     pEnded = std::move(m_pWriteFileThread);
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): by value, existing applications rely on it
 int CQuorvelClientAWire::SetConfig(unsigned int nBaudrate, unsigned int nFlashAddress,
                                    unsigned int nFlashSize, unsigned int nPageSize, std::string strName)
+// NOLINTEND(performance-unnecessary-value-param)
 {
     CCommand oCommand(*this, UNIT, 4, "SET CONFIG requested to ");
     const int nRC =
