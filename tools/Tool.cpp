@@ -59,7 +59,7 @@ const std::map<std::string, EProgress> PROGRESS_MODES{{"auto", EProgress::eAuto}
 std::string GetUsageError(const CLI::ParseError& oError)
 {
     constexpr std::string_view START = "Could not convert: ";
-    const std::string strText = oError.what();
+    std::string strText = oError.what();
     const std::size_t nEquals = strText.find(" = ");
     if (!strText.starts_with(START) || nEquals == std::string::npos)
         return strText;
