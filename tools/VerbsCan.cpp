@@ -862,7 +862,7 @@ class CCanPower : public CVerb
         const int nRC =
             oCan.GetPowerStatus(255, nVoltages, 255, nActive, 255, nOther, nTemperature, nVoltage, nCurrent,
                                 bLive, anVoltages.data(), abActive.data(), abOther.data());
-        const std::size_t nNeeded = std::size_t{10} + 2 * nVoltages + nActive + nOther;
+        const std::size_t nNeeded = 10 + std::size_t{2} * nVoltages + nActive + nOther;
         nStatus = oCan.Check("read the power status", nRC, std::max<std::size_t>(nNeeded, 12));
         if (nStatus != 0)
             return nStatus;
