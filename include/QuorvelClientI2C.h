@@ -147,8 +147,8 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * @param pCommands   the steps
      * @param nCount      how many
      * @param nErrorIndex receives the gateway's error index, if it tells one
-     * @return result code; 0x00920000, with nothing sent, when there are no steps or a step to write has no
-     *         bytes where it should, or the steps take or read more than 65535 bytes
+     * @return result code; 0x00920000, with nothing sent, when pCommands is null and nCount is not 0, when a step
+     *         writes nDataLength bytes and its pData is null, or when the steps take or read more than 65535 bytes
      */
     int WriteSequence(I2CCommand* pCommands, unsigned short nCount, unsigned short& nErrorIndex);
 

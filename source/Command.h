@@ -6,6 +6,7 @@
 #include "Guarded.h"
 #include "QuorvelClient.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <ios>
 #include <memory>
@@ -87,6 +88,13 @@ inline std::string ToByte(unsigned int nValue)
 inline std::string_view ToData(const char* pData, std::size_t nLen)
 {
     return pData != nullptr ? std::string_view(pData, nLen) : std::string_view();
+}
+
+// What fills requests up that have a length of their own.
+inline std::string_view Zeros(std::size_t nCount)
+{
+    static constexpr char ZEROS[0xFFFF] = {}; // more than any request takes
+    return {ZEROS, std::min(nCount, sizeof ZEROS)};
 }
 
 // A caller's numbers as telegram data.

@@ -67,11 +67,10 @@ int CQuorvelClientRenesas::WritePage(unsigned short nPage, const char* pData, un
 {
     // Always a whole page, filled up with zeros; what is too much is dropped without a word: existing
     // applications rely on it.
-    static const char s_acZeros[PAGE_SIZE] = {};
     const std::string_view strGiven = ToData(pData, std::min<std::size_t>(nLen, PAGE_SIZE));
-    const std::string_view strZeros(s_acZeros, PAGE_SIZE - strGiven.size());
     CCommand oCommand(*this, UNIT, 8, "RENESASA WRITE requested to "); // so written, log readers rely on it
-    return oCommand.Exchange(0x0925, {CQuorvelMsg::ToChar(nPage), strGiven, strZeros});
+    return oCommand.Exchange(0x0925,
+                             {CQuorvelMsg::ToChar(nPage), strGiven, Zeros(PAGE_SIZE - strGiven.size())});
 }
 
 int CQuorvelClientRenesas::ReadPage(unsigned short nPage, char* pBuffer, unsigned short nBufferLen,

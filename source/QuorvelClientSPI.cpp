@@ -46,9 +46,9 @@ int NSPICommands::DataReq(CQuorvelClient& oClient, const char* pBufWrite, unsign
 {
     CCommand oCommand(oClient, UNIT, 8, "DATA REQ requested to ");
     const std::string_view strWrite = ToData(pBufWrite, nBufWriteLen);
-    const std::size_t nZeros = nBufReadLen > strWrite.size() ? nBufReadLen - strWrite.size() : 0;
     // As many bytes are clocked as are to be read.
-    const int nRC = Guarded([&] { return oCommand.Exchange(0x0303, {strWrite, std::string(nZeros, '\0')}); });
+    const std::size_t nZeros = nBufReadLen > strWrite.size() ? nBufReadLen - strWrite.size() : 0;
+    const int nRC = oCommand.Exchange(0x0303, {strWrite, Zeros(nZeros)});
     if (oCommand.IsConfirmed())
         oCommand.Data().Copy(1, pBufRead, oCommand.Data().CopyLength(1, nBufReadLen));
     return nRC;
