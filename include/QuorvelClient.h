@@ -205,6 +205,14 @@ class QUORVEL_API CQuorvelClient
     CQuorvelMsg* WaitForMsg(short nMsgID, const unsigned int* pTimeout);
 
     /**
+     * Ends the waiting of the exchange that is under way, from any thread: it returns 0x00040000 at once, and so does
+     * every WaitForMsg. Does nothing when none is under way. An exchange that waits for its turn is not ended; a telegram
+     * that the gateway does not take keeps its time-out. The connection stays, and a confirmation that comes late
+     * is treated as after a time-out.
+     */
+    void CancelWait();
+
+    /**
      * Takes a confirmation that is already there.
      * @param nMsgID telegram id
      * @return the confirmation, the caller's to delete; null when there is none
@@ -353,9 +361,11 @@ class QUORVEL_API CQuorvelClient
   private:
     static bool Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen);
     void StoreConfirmation(std::unique_ptr<CQuorvelMsg> pMsg);
+    CQuorvelMsg* WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled);
 
-    CZelLocalTime m_oOldestTime; // no stored confirmation is older
-    CZelTurn m_oTurn;            // one exchange at a time
+    CZelLocalTime m_oOldestTime;               // no stored confirmation is older
+    CZelTurn m_oTurn;                          // one exchange at a time
+    std::atomic<unsigned int> m_nCancelled{0}; // calls of CancelWait
 };
 
 #endif

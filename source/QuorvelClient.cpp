@@ -141,13 +141,14 @@ int CQuorvelClient::SendMsg(const CQuorvelMsg& oMsg)
 int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg*& pCnf, const unsigned int* pTimeout)
 {
     const CZelMyTurn oMyTurn(m_oTurn);
+    const unsigned int nCancelled = m_nCancelled; // also what cancels while the request is sent
     m_oEventMsg.Reset();
     const int nRC = SendMsg(oReq);
     if (nRC != 0) {
         TraceFailure(nRC, UNIT, __LINE__);
         return nRC;
     }
-    pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout);
+    pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled);
     return CheckCnf(pCnf, oReq.GetCmdCode(), UNIT, __LINE__);
 }
 
@@ -185,6 +186,11 @@ void CQuorvelClient::TraceFailure(int nRC, const char* pUnit, unsigned int nLine
 
 CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeout)
 {
+    return WaitForMsg(nMsgID, pTimeout, m_nCancelled);
+}
+
+CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled)
+{
     const unsigned int nTimeout = pTimeout != nullptr ? *pTimeout : m_nTimeout;
     const CZelDeadline oDeadline(nTimeout);
     // The count is taken before looking, so that a confirmation stored in between is not missed.
@@ -193,7 +199,8 @@ CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeo
     // As a signed number, 0x80000000 and above are negative: no waiting at all. Existing applications rely on
     // it.
     if (static_cast<int>(nTimeout) >= 0) {
-        while (pMsg == nullptr && m_oEventMsg.WaitBeyond(nCount, oDeadline.GetRemaining())) {
+        while (pMsg == nullptr && m_nCancelled == nCancelled &&
+               m_oEventMsg.WaitBeyond(nCount, oDeadline.GetRemaining())) {
             nCount = m_oEventMsg.GetSignalCount();
             pMsg = GetMsg(nMsgID);
             if (oDeadline.IsOver())
@@ -202,6 +209,12 @@ CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeo
     }
     RemoveOldMsgs();
     return pMsg;
+}
+
+void CQuorvelClient::CancelWait()
+{
+    ++m_nCancelled;
+    m_oEventMsg.Signal();
 }
 
 CQuorvelMsg* CQuorvelClient::GetMsg(short nMsgID)

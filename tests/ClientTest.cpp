@@ -128,6 +128,26 @@ TEST_F(ClientTest, WaitingEndsOnTimeWhateverElseHappens)
     EXPECT_EQ(1, m_oClient.m_nLost);
 }
 
+TEST_F(ClientTest, WaitingIsEndedFromOutside)
+{
+    m_oClient.CancelWait(); // of nothing
+    const unsigned int nTimeout = 60000;
+    std::atomic<bool> bEnded{false};
+    std::thread oExchange([&] { m_oClient.Exchange(&nTimeout, 0x00040000, ""); });
+    m_oPeer.TakeRequest();
+    m_oClient.CancelWait();
+    oExchange.join();
+    std::thread oCollector([&] {
+        EXPECT_EQ(nullptr, m_oClient.WaitForMsg(9, &nTimeout));
+        bEnded = true;
+    });
+    EXPECT_TRUE(
+        WaitUntil([&] { return m_oClient.CancelWait(), bEnded.load(); })); // whenever it began to wait
+    oCollector.join();
+    m_oPeer.Raw(Hex(GOOD)); // the connection stays
+    m_oClient.Exchange(nullptr, 0, GOOD);
+}
+
 TEST_F(ClientTest, TelegramIDsCountThroughTheNegativeNumbers)
 {
     m_oClient.m_nMsgID = 32767;
