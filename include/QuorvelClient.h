@@ -168,9 +168,11 @@ class QUORVEL_API CQuorvelClient
     int Connect(const char* pHost, unsigned short nPort, unsigned char nProtocol, bool bFlag);
 
     /**
-     * Closes the connection at once. Waits, at most the client's time-out, for an indication that is running
-     * on the receive thread, unless called from within it.
-     * @return 0; 0x00040000 when an indication still runs (the connection is closed all the same)
+     * Closes the connection. Nothing is delivered any more; what was sent arrives. Waits, at most the client's
+     * time-out, for an indication that is running on the receive thread and until the gateway has acknowledged all that
+     * was sent; called from within an indication it waits for neither.
+     * @return 0; 0x00040000 when an indication still runs or something was not acknowledged (the connection is closed
+     *         all the same)
      */
     int Disconnect();
 
@@ -359,6 +361,7 @@ class QUORVEL_API CQuorvelClient
     CZelEvent m_oEventMsg;        ///< signalled whenever a confirmation has been stored
 
   private:
+    void LeaveToParent();
     static bool Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen);
     void StoreConfirmation(std::unique_ptr<CQuorvelMsg> pMsg);
     CQuorvelMsg* WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled);
@@ -366,6 +369,7 @@ class QUORVEL_API CQuorvelClient
     CZelLocalTime m_oOldestTime;               // no stored confirmation is older
     CZelTurn m_oTurn;                          // one exchange at a time
     std::atomic<unsigned int> m_nCancelled{0}; // calls of CancelWait
+    unsigned int m_nForks = CZelMonitor::GetForkCount();
 };
 
 #endif

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace
@@ -78,10 +79,21 @@ CQuorvelClient::CQuorvelClient(EQuorvelDevice eDeviceType, unsigned int nTimeout
 CQuorvelClient::~CQuorvelClient()
 {
     StopReception();
+    LeaveToParent();
     const CZelLock oLock(m_oMutexMessageMap);
     for (const auto& [nID, pItem] : m_aoMessageMap)
         delete pItem;
     m_aoMessageMap.clear();
+}
+
+// In a child process: a thread of the parent may have been at work on the map when the process was forked.
+void CQuorvelClient::LeaveToParent()
+{
+    if (m_nForks == CZelMonitor::GetForkCount())
+        return;
+    m_nForks = CZelMonitor::GetForkCount();
+    new (&m_oMessagePool) std::pmr::unsynchronized_pool_resource;
+    new (&m_aoMessageMap) std::pmr::map<short, CMessageItem*>(&m_oMessagePool);
 }
 
 int CQuorvelClient::Open()
@@ -99,6 +111,7 @@ int CQuorvelClient::Connect(const char* pHost, unsigned short nPort, unsigned ch
 {
     if (nPort == 0)
         nPort = static_cast<unsigned short>(m_eDeviceType == 0 ? 5099 : 4999 + m_eDeviceType);
+    LeaveToParent();
     return ConvertTCPRetCode(
         m_oConnection.ConnectReq(pHost, nPort, m_nTimeout, static_cast<unsigned char>(m_eDeviceType),
                                  static_cast<CZelIPBase::EProtocol>(nProtocol), "", bFlag));
@@ -111,6 +124,7 @@ int CQuorvelClient::Disconnect()
 
 void CQuorvelClient::StopReception()
 {
+    Disconnect();
     m_oConnection.DisconnectReq(0xFFFFFFFFU);
 }
 

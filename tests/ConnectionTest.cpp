@@ -23,6 +23,8 @@ struct CRecorder : CZelIPConnection {
     {
         const std::lock_guard oLock(m_oMutex);
         m_strStates += bConnected ? '+' : '-';
+        if (!bConnected)
+            m_oLost.Signal();
     }
 
     void DataInd(const char* pData, unsigned short nLen) override
@@ -62,6 +64,7 @@ struct CRecorder : CZelIPConnection {
     }
 
     std::function<void()> m_fnDataInd; // set before connecting
+    CZelEvent m_oLost;
     std::mutex m_oMutex;
     std::string m_strStates;
     CTexts m_astrTelegrams;
@@ -152,6 +155,63 @@ TEST(ConnectionTest, SendingToAPeerThatNeverReadsEndsOnTimeAndClosesTheConnectio
     // Part of a telegram is out, so the stream is over.
     EXPECT_EQ(oConnection.Send("xx", 250), 3);
     EXPECT_TRUE(oConnection.WaitForStates("+-"));
+    oPeer.ReadAgain();
+    EXPECT_TRUE(oPeer.WaitForEndOfClient());
+    EXPECT_TRUE(oPeer.WasReset()); // and the peer cannot take it for a complete one
+}
+
+TEST(ConnectionTest, WhatWasSentArrivesThoughThePeerGoesOnSending)
+{
+    for (const bool bIndication : {false, true}) {
+        CTestPeer oPeer;
+        oPeer.StopReading();
+        CRecorder oConnection;
+        if (bIndication)
+            oConnection.m_fnDataInd = [&] { EXPECT_EQ(oConnection.DisconnectReq(LONG), 1); };
+        ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+        for (int i = 0; i < 20; ++i) // more than the peer's system takes
+            ASSERT_EQ(oConnection.Send(Block(30000, 'x')), 1);
+        std::thread oCloser;
+        if (!bIndication)
+            oCloser = std::thread([&] { EXPECT_EQ(oConnection.DisconnectReq(LONG), 1); });
+        oPeer.Send(Block(5, 'i'));
+        EXPECT_TRUE(WaitUntil([&] { return oConnection.GetState() != 3; }));
+        for (int i = 0; i < 100; ++i)
+            oPeer.Send(Block(5, 'i'));
+        oPeer.ReadAgain();
+        for (int i = 0; i < 20; ++i)
+            ASSERT_EQ(oPeer.TakeRequest(), ToHex(Block(30000, 'x'))) << i;
+        if (oCloser.joinable())
+            oCloser.join();
+        EXPECT_LE(oConnection.GetTelegrams().size(), 1U); // nothing is delivered any more
+    }
+}
+
+TEST(ConnectionTest, ClosingWaitsForAPeerThatReadsNothingAndNotForABlockedSender)
+{
+    CTestPeer oPeer;
+    CRecorder oConnection;
+    oPeer.StopReading();
+    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    EXPECT_LT(Milliseconds([&] { EXPECT_EQ(oConnection.DisconnectReq(LONG), 1); }),
+              1000); // nothing is on its way
+    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    for (int i = 0; i < 20; ++i)
+        ASSERT_EQ(oConnection.Send(Block(30000, 'x')), 1);
+    const long long nTime = Milliseconds([&] { EXPECT_EQ(oConnection.DisconnectReq(200), 4); });
+    EXPECT_GE(nTime, 200);
+    EXPECT_LT(nTime, 500);
+
+    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+    std::thread oSender([&] {
+        int nRC = 1;
+        while (nRC == 1)
+            nRC = oConnection.Send(Block(60000, 'x'), 60000);
+        EXPECT_EQ(nRC, 3);
+    });
+    EXPECT_TRUE(WaitUntil([&] { return oConnection.Send("xx", 100) == 4; })); // it is blocked
+    EXPECT_LT(Milliseconds([&] { EXPECT_EQ(oConnection.DisconnectReq(LONG), 1); }), 1000);
+    oSender.join();
 }
 
 TEST(ConnectionTest, TelegramsOfManySendersDoNotMix)
@@ -205,17 +265,31 @@ TEST(ConnectionTest, LosingThePeerIsToldAndTheObjectConnectsAgain)
     EXPECT_TRUE(oConnection.WaitForStates("+-+-++"));
 }
 
-TEST(ConnectionTest, KeepAliveNoticesAPeerThatVanished)
+TEST(ConnectionTest, KeepAliveNoticesAPeerThatVanishedAndKeepsOneThatOnlyDoesNotRead)
 {
-    CTestPeer oPeer;
-    CRecorder oConnection;
-    oConnection.SetAlive(2000);
-    ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
-    ASSERT_TRUE(oPeer.WaitForClient());
-    oPeer.StopAnsweringAtAll();
-    const long long nTime = Milliseconds([&] { EXPECT_TRUE(oConnection.WaitForStates("+-")); });
-    EXPECT_GT(nTime, 1000);
-    EXPECT_LT(nTime, 3500);
+    for (const int nTelegrams : {0, 1, 20}) { // with nothing, with little and with much on its way
+        CTestPeer oPeer;
+        oPeer.StopReading();
+        CRecorder oConnection;
+        oConnection.SetAlive(2000);
+        ASSERT_EQ(oConnection.Connect(oPeer.GetPort()), 1);
+        ASSERT_TRUE(oPeer.WaitForClient());
+        const auto fnSend = [&] {
+            for (int i = 0; i < nTelegrams; ++i)
+                EXPECT_EQ(oConnection.Send(Block(30000, 'x')), 1);
+        };
+        if (nTelegrams == 20) { // the window closes, and its probes are answered
+            fnSend();
+            EXPECT_FALSE(oConnection.m_oLost.Wait(4000));
+            oPeer.ReadAgain();
+        } else {
+            oPeer.StopAnsweringAtAll();
+            fnSend();
+            const long long nTime = Milliseconds([&] { EXPECT_TRUE(oConnection.m_oLost.Wait(30000)); });
+            EXPECT_GT(nTime, 1000);
+            EXPECT_LT(nTime, 3500);
+        }
+    }
 }
 
 TEST(ConnectionTest, ClosingWithinAnIndicationEndsDelivery)
@@ -316,6 +390,22 @@ TEST(ConnectionTest, DeletedAtTheEndOfReceptionWhenNoOtherIndicationRuns)
     EXPECT_FALSE(oDeleted.Wait(100));
     oGoOn.Signal();
     EXPECT_TRUE(oDeleted.Wait(LONG));
+}
+
+TEST(ConnectionTest, DeletedWhileAnotherThreadCloses)
+{
+    CTestPeer oPeer;
+    CZelEvent oRunning;
+    auto* const pConnection = new CRecorder;
+    pConnection->m_fnDataInd = [&] {
+        EXPECT_TRUE(pConnection->RunAtEndOfReception([&] { delete pConnection; }));
+        oRunning.Signal();
+        EXPECT_TRUE(WaitUntil([&] { return pConnection->GetState() == 2; }));
+    };
+    ASSERT_EQ(pConnection->Connect(oPeer.GetPort()), 1);
+    oPeer.Send(Block(5, 'a'));
+    ASSERT_TRUE(oRunning.Wait(LONG));
+    EXPECT_EQ(pConnection->DisconnectReq(LONG), 1);
 }
 
 TEST(ConnectionTest, ClosingFromAnotherThreadWaitsForARunningIndicationAndNoLonger)

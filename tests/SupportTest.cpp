@@ -78,6 +78,7 @@ TEST(SupportTest, TimesAndDifferences)
     EXPECT_LE(oOffset.GetTotalMilliSeconds(), 12600000);
 
     EXPECT_EQ(CZelDeadline(0xFFFFFFFFU).GetRemaining(), 0xFFFFFFFFU);
+    EXPECT_GT(CZelDeadline(4294968).GetRemaining(), 4200000U); // in microseconds beyond 32 bits
     EXPECT_TRUE(CZelDeadline(0).IsOver());
 }
 

@@ -10,14 +10,14 @@
 #include "SimGatewaySPI.h"
 #include "Simulator.h"
 
-#include <cstdarg>
 #include <cstring>
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 namespace
@@ -49,6 +49,8 @@ void* Allocate(std::size_t nSize)
     return p != nullptr ? p : throw std::bad_alloc();
 }
 
+std::vector<std::array<int, 3>> aoOptions; // of sockets, set by the library: level, name, value
+
 struct SStart {
     void* (*pRun)(void*);
     void* pArgument;
@@ -71,17 +73,25 @@ REPLACE(int, poll, (pollfd* p, nfds_t n, int nTimeout), -1, p, n, nTimeout)
 REPLACE(ssize_t, sendmsg, (int n, const msghdr* p, int nFlags), -1, n, p, nFlags)
 REPLACE(ssize_t, recv, (int n, void* p, size_t nLen, int nFlags), -1, n, p, nLen, nFlags)
 REPLACE(int, getsockopt, (int n, int nLevel, int nName, void* p, socklen_t* pLen) noexcept, -1, n, nLevel, nName, p, pLen)
-REPLACE(int, setsockopt, (int n, int nLevel, int nName, const void* p, socklen_t nLen) noexcept, -1, n, nLevel, nName, p, nLen)
-int fcntl(int n, int nCommand, ...)
+int setsockopt(int n, int nLevel, int nName, const void* p, socklen_t nLen) noexcept
 {
-    static auto* const s_pReal = Real<decltype(fcntl)>("fcntl");
-    va_list pArguments;
-    va_start(pArguments, nCommand);
-    void* const p = va_arg(pArguments, void*);
-    va_end(pArguments);
-    return Fails("fcntl") ? -1 : s_pReal(n, nCommand, p);
+    static auto* const s_pReal = Real<decltype(setsockopt)>("setsockopt");
+    if (t_bLibrary && nLen == sizeof(int))
+        aoOptions.push_back({nLevel, nName, *static_cast<const int*>(p)});
+    return Fails("setsockopt") ? -1 : s_pReal(n, nLevel, nName, p, nLen);
 }
-REPLACE(int, getaddrinfo, (const char* pHost, const char* pService, const addrinfo* pHints, addrinfo** pFound), EAI_MEMORY, pHost, pService, pHints, pFound)
+REPLACE(int, eventfd, (unsigned int n, int nFlags) noexcept, -1, n, nFlags)
+// "two.hosts" has two addresses, and its look-up takes 300 ms.
+int getaddrinfo(const char* pHost, const char* pService, const addrinfo* pHints, addrinfo** pFound)
+{
+    static auto* const s_pReal = Real<decltype(getaddrinfo)>("getaddrinfo");
+    if (Fails("getaddrinfo"))
+        return EAI_MEMORY;
+    if (std::strcmp(pHost, "two.hosts") != 0)
+        return s_pReal(pHost, pService, pHints, pFound);
+    CZelEvent().Wait(300);
+    return s_pReal("127.33.0.1", pService, pHints, pFound) + s_pReal("127.33.0.2", pService, pHints, &(*pFound)->ai_next);
+}
 // A thread that the library starts is in the library.
     int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pRun)(void*),
                        void* pArgument) noexcept
@@ -148,11 +158,11 @@ const SCall aoCalls[] = {
     {"socket", EMFILE, {0x20000}},
     {"connect", ECONNREFUSED, {0x20000}},
     {"connect", ETIMEDOUT, {0x40000}},
-    {"poll", ENOMEM, {0x20000}},
+    {"poll", ENOMEM, {0x20000, 0x30000, 0x40000}},
     {"poll", EINTR, {}},
     {"getsockopt", ENOBUFS, {0x20000}},
     {"setsockopt", ENOMEM, {}},
-    {"fcntl", EINVAL, {0x20000}},
+    {"eventfd", EMFILE, {0x20000}},
     {"getaddrinfo", 0, {0x20000}},
     {"pthread_create", EAGAIN, {0x20000}},
     {"sendmsg", ECONNRESET, {0x30000}},
@@ -222,6 +232,38 @@ CResults Live(std::unique_ptr<TClient> (*pNew)(), const std::vector<std::functio
 }
 
 } // namespace
+
+TEST(SystemFailureTest, SocketOptionsAreWhatTheyShouldBe)
+{
+    using COptions = std::vector<std::array<int, 3>>;
+    CTestPeer oPeer;
+    CQuorvelClientCANDll oClient(1, TIMEOUT);
+    const auto fnOptions = [&](const std::function<int()>& fnCall) {
+        aoOptions.clear();
+        EXPECT_EQ(Library(fnCall), 0);
+        return std::exchange(aoOptions, {});
+    };
+    EXPECT_EQ(fnOptions([&] { return oClient.Connect("127.0.0.1", oPeer.GetPort(), 1, true); }),
+              (COptions{{IPPROTO_TCP, TCP_NODELAY, 1}}));
+    EXPECT_EQ(fnOptions([&] { return oClient.StartAlive(4294968); }), // in milliseconds beyond 32 bits
+              (COptions{{SOL_SOCKET, SO_KEEPALIVE, 1},
+                        {IPPROTO_TCP, TCP_KEEPIDLE, 16385},
+                        {IPPROTO_TCP, TCP_KEEPINTVL, 8191},
+                        {IPPROTO_TCP, TCP_KEEPCNT, 2}}));
+    EXPECT_EQ(fnOptions([&] { return oClient.StartAlive(0); }), (COptions{{SOL_SOCKET, SO_KEEPALIVE, 0}}));
+}
+
+TEST(SystemFailureTest, TheTimeToConnectIsSharedOutAmongAddressesAndDoesNotCountTheLookUp)
+{
+    CTestPeer oDead("127.33.0.1");
+    CTestPeer oAlive("127.33.0.2", oDead.GetPort());
+    oDead.StopAnsweringAtAll();
+    CQuorvelClientSPI oClient(250);
+    const long long nTime =
+        Milliseconds([&] { EXPECT_EQ(oClient.Connect("two.hosts", oDead.GetPort(), 1, true), 0); });
+    EXPECT_GE(nTime, 300 + 125);
+    EXPECT_LT(nTime, 300 + 250);
+}
 
 TEST(SystemFailureTest, Exchanges)
 {

@@ -1,5 +1,6 @@
 #include "TestPeer.h"
 
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -131,8 +132,11 @@ void CTestPeer::Serve()
             ++m_nClients;
             m_oChanged.notify_all();
         }
+        if (std::unique_lock oLock(m_oMutex); !m_bRead)
+            m_oChanged.wait(oLock, [this] { return m_bEnd || m_bRead; });
         std::string strRequest;
-        while (m_bRead && ReadTelegram(nClient, strRequest)) {
+        errno = 0;
+        while (ReadTelegram(nClient, strRequest)) {
             std::string strAnswer;
             {
                 const std::lock_guard oLock(m_oMutex);
@@ -146,11 +150,12 @@ void CTestPeer::Serve()
                 }
                 m_oChanged.notify_all();
             }
-            SendAll(nClient, strAnswer);
+            if (!strAnswer.empty()) // a send would also take note of a reset
+                SendAll(nClient, strAnswer);
+            errno = 0;
         }
-        std::unique_lock oLock(m_oMutex);
-        if (!m_bRead)
-            m_oChanged.wait(oLock, [this] { return m_bEnd || m_bRead; });
+        m_bReset = errno == ECONNRESET || (recv(nClient, strRequest.data(), 1, 0) < 0 && errno == ECONNRESET);
+        const std::lock_guard oLock(m_oMutex);
         close(nClient);
         m_nClient = -1;
         m_oChanged.notify_all();
@@ -210,6 +215,13 @@ void CTestPeer::Close()
     WaitForClient();
     const std::lock_guard oLock(m_oMutex);
     shutdown(m_nClient, SHUT_RDWR);
+}
+
+void CTestPeer::ReadAgain()
+{
+    const std::lock_guard oLock(m_oMutex);
+    m_bRead = true;
+    m_oChanged.notify_all();
 }
 
 void CTestPeer::Reset()

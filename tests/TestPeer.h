@@ -61,7 +61,9 @@ class CTestPeer
     void Close();                                 // ends the connection in an orderly way
     void Reset();                                 // resets the connection
     void StopAnsweringAtAll();                    // drops every packet from now on, also of new connections
-    void StopReading() { m_bRead = false; }       // the next connection is accepted, but never read from
+    void StopReading() { m_bRead = false; }       // the next connection is accepted, but not read from
+    void ReadAgain();                             // and now it is
+    bool WasReset() { return m_bReset; }          // the last connection was ended by a reset
 
   private:
     void Serve();
@@ -73,6 +75,7 @@ class CTestPeer
     unsigned int m_nClients = 0;
     bool m_bEnd = false;
     std::atomic<bool> m_bRead{true};
+    std::atomic<bool> m_bReset{false};
     std::deque<std::pair<bool, std::string>> m_aoPlan;
     std::deque<std::string> m_astrRequests;
     std::mutex m_oMutex;

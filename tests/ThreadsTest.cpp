@@ -11,6 +11,9 @@
 #include <memory>
 #include <set>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace
 {
 
@@ -224,4 +227,53 @@ TEST(ThreadsTest, SendingWithoutWaitingDoesNotWaitForAnExchange)
     oPeer.Send(Telegram(0x8314, 3, std::string(1, '\0')) + Telegram(0x8341, 2, std::string(1, '\0')));
     oExchange.join();
     EXPECT_EQ(oClient.SequenceGetCnf(3, nullptr, 0), 0);
+}
+
+TEST(ThreadsTest, ASinkClosesAClientWhoseReceiveThreadTraces)
+{
+    struct CTracing : CListener {
+        void DataInd(const char* pData, unsigned short nLen) override
+        {
+            m_bReceiving = true;
+            CListener::DataInd(pData, nLen); // traces, and so waits for the sink
+        }
+        std::atomic<bool> m_bReceiving{false};
+    };
+    CTestPeer oPeer("127.31.9.1");
+    auto pClient = std::make_unique<CTracing>();
+    ASSERT_EQ(pClient->Connect("127.31.9.1", oPeer.GetPort(), 1, true), 0);
+    CTraceServer::SetSink([&, oTest = std::this_thread::get_id()](const STraceMessage&) {
+        if (std::this_thread::get_id() != oTest)
+            return;
+        oPeer.Send(Telegram(0x0377, 0, "x"));
+        EXPECT_TRUE(WaitUntil([&] { return pClient->m_bReceiving.load(); }));
+        EXPECT_EQ(pClient->Close(), 0);
+        pClient.reset();
+    });
+    CTraceServer::SendTraceMessage(4, 3, 0, 1, "test", "close it", 0);
+    EXPECT_EQ(pClient, nullptr);
+    CTraceServer::SetSink({});
+}
+
+TEST(ThreadsTest, AForkedChildLeavesTheConnectionToItsParent)
+{
+    CTestPeer oPeer("127.31.10.1");
+    CListener oClient;
+    ASSERT_EQ(oClient.Connect("127.31.10.1", oPeer.GetPort(), 1, true), 0);
+    std::thread oExchange([&] { EXPECT_EQ(oClient.BaseWriteDigital(1), 0); });
+    EXPECT_EQ(oPeer.TakeRequest(), "09 00 41 03 00 00 01 00 00 00 43"); // it waits
+    const pid_t nChild = fork();
+    if (nChild == 0) {
+        alarm(20);
+        const bool bGood = oClient.GetConnectState() == 0 && oClient.BaseWriteDigital(2) == 0x00030000 &&
+                           oClient.Close() == 0;
+        oClient.~CListener();
+        _exit(bGood ? 0 : 1);
+    }
+    int nStatus = -1;
+    EXPECT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+    EXPECT_EQ(nStatus, 0);
+    oPeer.Send(Telegram(0x8341, 0, std::string(1, '\0')));
+    oExchange.join();
+    EXPECT_EQ(oClient.GetConnectState(), 3);
 }

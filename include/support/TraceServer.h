@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <functional>
+#include <thread>
 
 /** One trace message, as a sink receives it. The pointers are valid during the call only. */
 struct STraceMessage {
@@ -74,6 +75,26 @@ class QUORVEL_API CTraceServer
     {
         return (m_nLevelMask.load(std::memory_order_relaxed) & nLevel) != 0;
     }
+
+    /**
+     * While a sink waits for another thread to end, as a close of another device does, that thread's traces are not
+     * delivered: it would wait for the sink.
+     */
+    class QUORVEL_API CWaitInSink
+    {
+      public:
+        /**
+         * Does nothing when called on a thread that is not in a sink.
+         * @param oThread the thread that is waited for while this object lives
+         */
+        explicit CWaitInSink(std::thread::id oThread);
+        ~CWaitInSink();
+        CWaitInSink(const CWaitInSink&) = delete;
+        CWaitInSink& operator=(const CWaitInSink&) = delete;
+
+      private:
+        std::thread::id m_oFormer;
+    };
 
   private:
     static std::atomic<unsigned char> m_nLevelMask;

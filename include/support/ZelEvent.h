@@ -6,9 +6,7 @@
 #define QUORVEL_ZEL_EVENT_H
 
 #include "../QuorvelExport.h"
-
-#include <condition_variable>
-#include <mutex>
+#include "ZelMonitor.h"
 
 /**
  * An event: signalled by one thread, waited for by others. It stays signalled until Reset.
@@ -54,8 +52,7 @@ class QUORVEL_API CZelEvent
     bool WaitBeyond(unsigned int nCount, unsigned int nTimeout);
 
   private:
-    std::mutex m_oMutex;
-    std::condition_variable m_oCondition;
+    CZelMonitor m_oMonitor;
     unsigned int m_nCount = 0;
     bool m_bSignalled = false;
 };

@@ -103,12 +103,18 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
                    EProtocol eProtocol, const std::string& strConnectMsg, bool bFlag);
 
     /**
-     * Closes the connection at once; nothing is delivered afterwards, not even telegrams already received.
+     * Closes the connection. Nothing is delivered afterwards, not even telegrams already received; what was sent
+     * arrives.
      *
-     * Waits until a running indication has returned, except when called from within that indication.
-     * @param nTimeout milliseconds to wait for a running indication
-     * @return eSuccess, also when there was no connection; eTimeout when an indication still runs (the
-     *         connection is closed all the same)
+     * Waits until a running indication has returned, and until the peer has acknowledged all that was sent; with
+     * nothing left on its way, or while another thread is blocked in DataReq, the latter takes no time. Called from
+     * within an indication it waits for neither. In the background, what the peer still sends is read and thrown away
+     * until it ends the connection too, for nTimeout and for 10 seconds at most: otherwise the system would answer it
+     * by a reset, at which the peer may lose what it has not read.
+     * @param nTimeout milliseconds to wait for both; 0xFFFFFFFF waits without limit for an indication, and for 10
+     *                 seconds for the peer
+     * @return eSuccess, also when there was no connection; eTimeout when an indication still runs or the peer has not
+     *         acknowledged everything (the connection is closed all the same)
      */
     int DisconnectReq(unsigned int nTimeout);
 
@@ -161,11 +167,12 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
     struct SReception;
     struct SState;
 
+    static int Close(std::shared_ptr<SState> pState, unsigned int nTimeout, bool bIndication, bool bForPeer);
+    bool Start(const std::shared_ptr<SReception>& pReception);
     void Receive(const std::shared_ptr<SReception>& pReception);
-    static void CutTelegrams(CZelIPConnection& oConnection, SReception& oReception);
-    bool Lose(const std::shared_ptr<SReception>& pReception);
+    void Deliver(SReception& oReception);
 
-    std::unique_ptr<SState> m_pState;
+    std::shared_ptr<SState> m_pState; // a thread that waits for the end of the connection keeps it
 };
 
 #endif

@@ -6,6 +6,7 @@
 #define QUORVEL_ZEL_MUTEX_H
 
 #include "../QuorvelExport.h"
+#include "ZelMonitor.h"
 
 #include <condition_variable>
 #include <mutex>
@@ -35,8 +36,9 @@ class QUORVEL_API CZelMutex
     void Unlock();
 
   private:
-    std::mutex m_oMutex;
-    std::condition_variable m_oCondition;
+    std::unique_lock<std::mutex> LockMonitor();
+
+    CZelMonitor m_oMonitor;
     std::thread::id m_oOwner;
     unsigned int m_nDepth = 0;
 };

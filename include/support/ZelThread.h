@@ -58,6 +58,7 @@ class QUORVEL_API CZelThread
 
   private:
     std::thread m_oThread;
+    unsigned int m_nForks = 0; // when the thread was created
     CZelEvent m_oEventTerminate;
 };
 

@@ -1,7 +1,9 @@
 #include "support/TraceServer.h"
 
+#include "support/ZelMonitor.h"
+
 #include <memory>
-#include <mutex>
+#include <utility>
 
 std::atomic<unsigned char> CTraceServer::m_nLevelMask{0};
 
@@ -9,8 +11,49 @@ namespace
 {
 
 struct SSinkState {
-    std::recursive_mutex m_oMutex; // held while the sink runs
+    CZelMonitor m_oMonitor; // guards what follows
+    unsigned int m_nDepth = 0;
+    std::thread::id m_oOwner;     // the thread in whose hands the sink is
+    std::thread::id m_oWaitedFor; // that it waits for
     std::shared_ptr<const CTraceServer::FSink> m_pSink;
+
+    std::unique_lock<std::mutex> Lock()
+    {
+        return m_oMonitor.Lock([this] {
+            m_oWaitedFor = {};
+            if (m_oOwner != std::this_thread::get_id()) // a thread of the parent
+                m_nDepth = 0;
+        });
+    }
+
+    // Takes the sink for this thread, which may have it already. False for a thread that the sink itself waits for.
+    bool Enter(std::shared_ptr<const CTraceServer::FSink>& pSink)
+    {
+        const std::thread::id oSelf = std::this_thread::get_id();
+        std::unique_lock oLock = Lock();
+        m_oMonitor.GetCondition().wait(
+            oLock, [&] { return m_nDepth == 0 || m_oOwner == oSelf || m_oWaitedFor == oSelf; });
+        if (m_nDepth > 0 && m_oOwner != oSelf)
+            return false;
+        m_oOwner = oSelf;
+        ++m_nDepth;
+        pSink = m_pSink;
+        return true;
+    }
+
+    void Leave()
+    {
+        const std::unique_lock oLock = Lock();
+        if (--m_nDepth == 0)
+            m_oMonitor.GetCondition().notify_all();
+    }
+
+    std::thread::id WaitFor(std::thread::id oThread)
+    {
+        const std::unique_lock oLock = Lock();
+        m_oMonitor.GetCondition().notify_all();
+        return std::exchange(m_oWaitedFor, oThread);
+    }
 };
 
 // Never destroyed: receive threads may still trace while the process ends.
@@ -24,6 +67,18 @@ thread_local bool t_bInSink = false;
 
 } // namespace
 
+CTraceServer::CWaitInSink::CWaitInSink(std::thread::id oThread)
+{
+    if (t_bInSink)
+        m_oFormer = SinkState().WaitFor(oThread);
+}
+
+CTraceServer::CWaitInSink::~CWaitInSink()
+{
+    if (t_bInSink)
+        SinkState().WaitFor(m_oFormer);
+}
+
 void CTraceServer::SendTraceMessage(unsigned char nLevel, unsigned char nKind, unsigned int nSession,
                                     unsigned short nLine, const char* pFile, const char* pText,
                                     unsigned char nFlag)
@@ -33,16 +88,17 @@ void CTraceServer::SendTraceMessage(unsigned char nLevel, unsigned char nKind, u
         return;
     SSinkState& oState = SinkState();
     std::shared_ptr<const FSink> pSink; // keeps a sink alive that replaces itself
-    const std::lock_guard oLock(oState.m_oMutex);
-    pSink = oState.m_pSink;
-    if (!pSink || !IsEnabled(nLevel))
+    if (!oState.Enter(pSink))
         return;
-    t_bInSink = true;
-    try {
-        (*pSink)({nLevel, nKind, nSession, nLine, pFile, pText, nFlag});
-    } catch (...) { // NOLINT(bugprone-empty-catch): a sink's failure is not the tracer's
+    if (pSink && IsEnabled(nLevel)) {
+        t_bInSink = true;
+        try {
+            (*pSink)({nLevel, nKind, nSession, nLine, pFile, pText, nFlag});
+        } catch (...) { // NOLINT(bugprone-empty-catch): a sink's failure is not the tracer's
+        }
+        t_bInSink = false;
     }
-    t_bInSink = false;
+    oState.Leave();
 }
 
 void CTraceServer::SetSink(FSink fnSink, unsigned char nLevelMask)
@@ -51,10 +107,13 @@ void CTraceServer::SetSink(FSink fnSink, unsigned char nLevelMask)
     if (fnSink)
         pSink = std::make_shared<const FSink>(std::move(fnSink));
     SSinkState& oState = SinkState();
+    std::shared_ptr<const FSink> pFormer; // destroyed, with what it captured, outside the lock
+    const bool bEntered = oState.Enter(pFormer);
     {
-        const std::lock_guard oLock(oState.m_oMutex);
+        const std::unique_lock oLock = oState.Lock();
         m_nLevelMask = pSink ? nLevelMask : 0;
         oState.m_pSink.swap(pSink);
     }
-    // The previous sink, with what it captured, is destroyed here, outside the lock.
+    if (bEntered)
+        oState.Leave();
 }

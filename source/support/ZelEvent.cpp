@@ -23,32 +23,32 @@ bool WaitFor(std::condition_variable& oVariable, std::unique_lock<std::mutex>& o
 
 void CZelEvent::Signal()
 {
-    const std::lock_guard oLock(m_oMutex);
+    const std::unique_lock oLock = m_oMonitor.Lock();
     m_bSignalled = true;
     ++m_nCount;
-    m_oCondition.notify_all();
+    m_oMonitor.GetCondition().notify_all();
 }
 
 void CZelEvent::Reset()
 {
-    const std::lock_guard oLock(m_oMutex);
+    const std::unique_lock oLock = m_oMonitor.Lock();
     m_bSignalled = false;
 }
 
 bool CZelEvent::Wait(unsigned int nTimeout)
 {
-    std::unique_lock oLock(m_oMutex);
-    return WaitFor(m_oCondition, oLock, nTimeout, [this] { return m_bSignalled; });
+    std::unique_lock oLock = m_oMonitor.Lock();
+    return WaitFor(m_oMonitor.GetCondition(), oLock, nTimeout, [this] { return m_bSignalled; });
 }
 
 unsigned int CZelEvent::GetSignalCount()
 {
-    const std::lock_guard oLock(m_oMutex);
+    const std::unique_lock oLock = m_oMonitor.Lock();
     return m_nCount;
 }
 
 bool CZelEvent::WaitBeyond(unsigned int nCount, unsigned int nTimeout)
 {
-    std::unique_lock oLock(m_oMutex);
-    return WaitFor(m_oCondition, oLock, nTimeout, [this, nCount] { return m_nCount != nCount; });
+    std::unique_lock oLock = m_oMonitor.Lock();
+    return WaitFor(m_oMonitor.GetCondition(), oLock, nTimeout, [this, nCount] { return m_nCount != nCount; });
 }

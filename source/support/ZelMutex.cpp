@@ -2,15 +2,23 @@
 
 #include <chrono>
 
+std::unique_lock<std::mutex> CZelMutex::LockMonitor()
+{
+    return m_oMonitor.Lock([this] {
+        if (m_oOwner != std::this_thread::get_id()) // held by a thread of the parent
+            m_nDepth = 0;
+    });
+}
+
 bool CZelMutex::Lock(unsigned int nTimeout)
 {
     const std::thread::id oSelf = std::this_thread::get_id();
-    std::unique_lock oLock(m_oMutex);
+    std::unique_lock oLock = LockMonitor();
     const auto fnFree = [&] { return m_nDepth == 0 || m_oOwner == oSelf; };
     if (!fnFree()) {
         if (nTimeout == 0xFFFFFFFFU)
-            m_oCondition.wait(oLock, fnFree);
-        else if (!m_oCondition.wait_until(
+            m_oMonitor.GetCondition().wait(oLock, fnFree);
+        else if (!m_oMonitor.GetCondition().wait_until(
                      oLock, std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeout), fnFree))
             return false;
     }
@@ -21,12 +29,12 @@ bool CZelMutex::Lock(unsigned int nTimeout)
 
 void CZelMutex::Unlock()
 {
-    const std::lock_guard oLock(m_oMutex);
+    const std::unique_lock oLock = LockMonitor();
     if (m_nDepth == 0 || m_oOwner != std::this_thread::get_id())
         return;
     if (--m_nDepth == 0) {
         m_oOwner = std::thread::id();
-        m_oCondition.notify_one();
+        m_oMonitor.GetCondition().notify_one();
     }
 }
 

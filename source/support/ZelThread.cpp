@@ -1,7 +1,11 @@
 #include "support/ZelThread.h"
 
+#include "support/TraceServer.h"
+#include "support/ZelMonitor.h"
+
 #include <algorithm>
 #include <exception>
+#include <new>
 
 CZelThread::~CZelThread()
 {
@@ -18,6 +22,7 @@ bool CZelThread::Create()
 {
     if (m_oThread.joinable() || !Initialize())
         return false;
+    m_nForks = CZelMonitor::GetForkCount();
     try {
         m_oThread = std::thread([this] {
             try {
@@ -43,8 +48,14 @@ bool CZelThread::IsTerminating()
 
 void CZelThread::WaitForEnd()
 {
-    if (m_oThread.joinable())
-        m_oThread.join();
+    if (!m_oThread.joinable())
+        return;
+    if (m_nForks != CZelMonitor::GetForkCount()) { // a thread of the parent process, not to be waited for
+        new (&m_oThread) std::thread;
+        return;
+    }
+    const CTraceServer::CWaitInSink oWait(m_oThread.get_id());
+    m_oThread.join();
 }
 
 void CZelThread::Sleep(unsigned int nSeconds, unsigned int nMilliSeconds)
