@@ -47,8 +47,10 @@ int CCommand::Exchange(unsigned short nCmdCode, CPieces astrData, const unsigned
 
 int CCommand::Collect(unsigned short nCmdCode, short nID, unsigned int nLine)
 {
-    CQuorvelMsg* const pCnf = m_oClient.WaitForMsg(nID, nullptr);
-    return Take(CQuorvelClient::CheckCnf(pCnf, nCmdCode, m_pUnit, nLine), pCnf);
+    return Guarded([&] {
+        CQuorvelMsg* const pCnf = m_oClient.WaitForMsg(nID, nullptr);
+        return Take(CQuorvelClient::CheckCnf(pCnf, nCmdCode, m_pUnit, nLine), pCnf);
+    });
 }
 
 int CCommand::Take(int nRC, CQuorvelMsg* pCnf)
@@ -69,6 +71,5 @@ int CCommand::Send(unsigned short nCmdCode, CPieces astrData, short& nID)
 
 CDataReader CCommand::Data() const
 {
-    static const std::string s_strEmpty;
-    return CDataReader(m_pCnf ? m_pCnf->GetData() : s_strEmpty);
+    return CDataReader(m_pCnf ? m_pCnf->GetData() : std::string_view());
 }

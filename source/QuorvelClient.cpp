@@ -154,16 +154,18 @@ int CQuorvelClient::SendMsg(const CQuorvelMsg& oMsg)
 
 int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg*& pCnf, const unsigned int* pTimeout)
 {
-    const CZelMyTurn oMyTurn(m_oTurn);
-    const unsigned int nCancelled = m_nCancelled; // also what cancels while the request is sent
-    m_oEventMsg.Reset();
-    const int nRC = SendMsg(oReq);
-    if (nRC != 0) {
-        TraceFailure(nRC, UNIT, __LINE__);
-        return nRC;
-    }
-    pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled);
-    return CheckCnf(pCnf, oReq.GetCmdCode(), UNIT, __LINE__);
+    return Guarded([&] {
+        const CZelMyTurn oMyTurn(m_oTurn);
+        const unsigned int nCancelled = m_nCancelled; // also what cancels while the request is sent
+        m_oEventMsg.Reset();
+        const int nRC = SendMsg(oReq);
+        if (nRC != 0) {
+            TraceFailure(nRC, UNIT, __LINE__);
+            return nRC;
+        }
+        pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled);
+        return CheckCnf(pCnf, oReq.GetCmdCode(), UNIT, __LINE__);
+    });
 }
 
 int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg& oCnf, const unsigned int* pTimeout)

@@ -129,7 +129,7 @@ int CQuorvelClientAWire::SendBlock(CCommand& oCommand, unsigned short nCmdCode, 
             const CZelLock oLock(m_oMutexBlockProgress);
             m_aoBlockProgress[nID] = {Progress::eInProgress, nLength, 0};
         }
-        const int nRC = SendMsg(oReq);
+        const int nRC = Guarded([&] { return SendMsg(oReq); }); // an override may throw
         if (nRC != 0) {
             const CZelLock oLock(m_oMutexBlockProgress);
             m_aoBlockProgress.erase(nID);

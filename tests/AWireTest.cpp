@@ -176,6 +176,14 @@ TEST_F(AWireTest, BlockWritesAndTheirStatus)
     // What cannot be sent leaves nothing behind.
     EXPECT_EQ(o.WriteBlock(0, 65523, std::string(65523, 'x').data(), nID), 0x00020000);
     EXPECT_EQ(Block(o, 4)[0], 255);
+    struct CThrowing : CQuorvelClientAWire {
+        CThrowing() : CQuorvelClientAWire(LONG) {}
+        ~CThrowing() override { StopReception(); }
+        int SendMsg(const CQuorvelMsg& /*oMsg*/) override { throw std::bad_alloc(); }
+    } oThrowing;
+    nID = -7;
+    EXPECT_EQ(oThrowing.WriteBlock(0, 1, "x", nID), 0xFF);
+    EXPECT_EQ(Block(oThrowing, nID), (CStatus{255, 0, 0, 0}));
 }
 
 TEST_F(AWireTest, ChunksEndAtBoundaries)

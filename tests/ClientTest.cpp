@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 
 namespace
 {
@@ -31,6 +32,14 @@ struct CProbe : CQuorvelClient {
 
     bool DataIndRespond(CQuorvelMsg* pMsg) override { return m_pTaken.reset(pMsg), true; }
 
+    using CQuorvelClient::SendMsg;
+    int SendMsg(const CQuorvelMsg& oMsg) override
+    {
+        if (m_fnBeforeSending)
+            std::exchange(m_fnBeforeSending, nullptr)();
+        return CQuorvelClient::SendMsg(oMsg);
+    }
+
     void Receive(const std::string& strHex)
     {
         const std::string strBytes = Hex(strHex);
@@ -48,6 +57,7 @@ struct CProbe : CQuorvelClient {
 
     std::atomic<int> m_nLost{0};
     std::unique_ptr<CQuorvelMsg> m_pTaken;
+    std::function<void()> m_fnBeforeSending; // called once
 };
 
 using ClientTest = CConnectedTest<CProbe, 0x0300>;
@@ -148,6 +158,41 @@ TEST_F(ClientTest, WaitingIsEndedFromOutside)
     m_oClient.Exchange(nullptr, 0, GOOD);
 }
 
+TEST_F(ClientTest, OneExchangeAtATimeAndItsOwnWithinIt)
+{
+    m_oClient.m_nTimeout = 300;
+    CQuorvelMsg oCnf;
+    std::thread oOther;
+    m_oClient.m_fnBeforeSending = [&] {
+        oOther = std::thread([&] { m_oClient.Exchange(nullptr, 0x00040000, ""); });
+        EXPECT_EQ(0x00040000, m_oClient.SendMsg(CQuorvelMsg(0x0301, 5, nullptr, 0), oCnf, nullptr));
+    };
+    m_oPeer.Ignore();
+    m_oPeer.Raw(Telegram(0x8302, 6, "x"));
+    EXPECT_EQ(0, m_oClient.SendMsg(CQuorvelMsg(0x0302, 6, nullptr, 0), oCnf, nullptr));
+    oOther.join();
+    for (const char* pRequest :
+         {"05 00 01 03 05 00 07", "05 00 02 03 06 00 07", "07 00 09 03 07 00 01 02 0e"})
+        EXPECT_EQ(pRequest, m_oPeer.TakeRequest());
+}
+
+TEST_F(ClientTest, WhatAnOverrideThrowsBecomesAResult)
+{
+    CQuorvelMsg oMine;
+    for (const std::function<void()>& fnThrow :
+         {std::function<void()>([] { throw std::bad_alloc(); }),
+          std::function<void()>([] { throw std::runtime_error("x"); })}) {
+        CQuorvelMsg* pCnf = &oMine;
+        m_oClient.m_fnBeforeSending = fnThrow;
+        EXPECT_EQ(0xFF, m_oClient.SendMsg(REQUEST, pCnf, nullptr));
+        EXPECT_EQ(&oMine, pCnf);
+        m_oClient.m_fnBeforeSending = fnThrow;
+        EXPECT_EQ(0xFF, m_oClient.SendMsg(REQUEST, oMine, nullptr));
+        m_oPeer.Raw(Hex(GOOD));
+        std::thread([&] { m_oClient.Exchange(nullptr, 0, GOOD); }).join(); // its turn has come
+    }
+}
+
 TEST_F(ClientTest, TelegramIDsCountThroughTheNegativeNumbers)
 {
     m_oClient.m_nMsgID = 32767;
@@ -177,8 +222,8 @@ TEST_F(ClientTest, ConfirmationsAreKeptForAWhile)
 
     m_oClient.m_nTimeout = 199; // keeps for one second
     m_oClient.Receive("06 00 09 83 fb ff 00 8e");
-    const unsigned int nHalf = 500;
-    EXPECT_EQ(nullptr, m_oClient.WaitForMsg(9, &nHalf));
+    const unsigned int nLater = 250;
+    EXPECT_EQ(nullptr, m_oClient.WaitForMsg(9, &nLater));
     m_oClient.Receive("06 00 09 83 08 00 00 82");
     const auto fnLeft = [&] { return m_oClient.WaitForMsg(9, &NO_WAIT), aoStored.size(); };
     const long long nKept = Milliseconds([&] {
@@ -187,7 +232,7 @@ TEST_F(ClientTest, ConfirmationsAreKeptForAWhile)
         EXPECT_TRUE(WaitUntil([&] { return fnLeft() == 0; }));
     });
     EXPECT_GE(nKept, 990);
-    EXPECT_LT(nKept, 1900);
+    EXPECT_LT(nKept, 1600); // not a second from the end of the older one
 }
 
 TEST_F(ClientTest, EveryTelegramIsTraced)

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 namespace
 {
 
@@ -159,4 +161,16 @@ TEST(SPIAddressTest, OffsetsAndSlaveAddresses)
         {0, 0x70000, 0x3FF, 0xAE}, {1, 0xFFFFFFFF, 0x100, 0xA4}, {6, 0xFFFFFFFF, 0x408, 0xAC}};
     for (const auto& [nChip, nOffset, nFormat, nAddress] : aoCases)
         EXPECT_EQ(nAddress, CQuorvelClientSPI::GetEEPROMSlaveAddress(nChip, nOffset, nFormat)) << nFormat;
+}
+
+TEST(SPIResultTest, AnOverrideThatThrowsWhileASequenceIsCollected)
+{
+    struct CThrowing : CQuorvelClientSPI {
+        CThrowing() : CQuorvelClientSPI(5000) {}
+        ~CThrowing() override { StopReception(); }
+        int GetCnfRetCode(const CQuorvelMsg& /*oCnf*/) override { throw std::runtime_error("x"); }
+    } oClient;
+    const std::string strConfirmation = Telegram(0x8314, 7, "x");
+    oClient.DataInd(strConfirmation.data(), static_cast<unsigned short>(strConfirmation.size()));
+    EXPECT_EQ(0xFF, oClient.SequenceGetCnf(7, nullptr, 0));
 }

@@ -61,8 +61,8 @@ class CZelLock
 };
 
 /**
- * Lets threads through one at a time, in the order in which they came, so that none starves.
- * Not recursive.
+ * Lets threads through one at a time, in the order in which they came, so that none starves. The thread whose turn it
+ * is may enter again, and leaves as many times.
  */
 class QUORVEL_API CZelTurn
 {
@@ -71,15 +71,17 @@ class QUORVEL_API CZelTurn
     CZelTurn(const CZelTurn&) = delete;
     CZelTurn& operator=(const CZelTurn&) = delete;
 
-    /** Waits, without limit, until all who came before have called Leave. */
+    /** Waits, without limit, until all who came before have left. */
     void Enter();
 
-    /** Lets the next one through. */
+    /** Lets the next one through, when called as often as Enter. Only the thread whose turn it is may call this. */
     void Leave();
 
   private:
     std::mutex m_oMutex;
     std::condition_variable m_oCondition;
+    std::thread::id m_oOwner; // whose turn it is
+    unsigned int m_nDepth = 0;
     unsigned int m_nNext = 0;
     unsigned int m_nServed = 0;
 };

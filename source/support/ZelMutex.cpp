@@ -40,14 +40,22 @@ void CZelMutex::Unlock()
 
 void CZelTurn::Enter()
 {
+    const std::thread::id oSelf = std::this_thread::get_id();
     std::unique_lock oLock(m_oMutex);
-    const unsigned int nMine = m_nNext++;
-    m_oCondition.wait(oLock, [&] { return m_nServed == nMine; });
+    if (m_oOwner != oSelf) {
+        const unsigned int nMine = m_nNext++;
+        m_oCondition.wait(oLock, [&] { return m_nServed == nMine; });
+        m_oOwner = oSelf;
+    }
+    ++m_nDepth;
 }
 
 void CZelTurn::Leave()
 {
     const std::lock_guard oLock(m_oMutex);
+    if (--m_nDepth > 0)
+        return;
+    m_oOwner = std::thread::id();
     ++m_nServed;
     m_oCondition.notify_all();
 }
