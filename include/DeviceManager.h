@@ -90,16 +90,31 @@ class QUORVEL_API CDeviceManager
     /** Closes every handle, in ascending order. */
     static void CloseAllDevices();
 
-  private:
-    static int NewHandle(int* pnHandle);
-    static void Register(int nHandle, CDevice* pDevice);
+  protected:
+    /**
+     * Takes an entry out of the table: of several callers at once, one gets it.
+     * @param nHandle the handle
+     * @return the entry, to be given to Destroy; null for an unknown handle
+     */
+    static CDevice* Remove(int nHandle);
+
+    /**
+     * Destroys an entry that was taken out, with the client if the entry owns it, and traces that it is closed. Waits as
+     * CloseDevice.
+     * @param nHandle its former handle
+     * @param pDevice the entry
+     */
     static void Destroy(int nHandle, CDevice* pDevice);
 
     // Never destroyed: receive threads may still ask for handles while the process ends.
-    static int m_nMaxHandle;
-    static std::map<int, CDevice*>& m_aoHandleMap;
-    static CZelMutex& m_oMutexHandleMap;
-    static CZelMutex& m_oMutexMaxHandle;
+    static int m_nMaxHandle;                       ///< the last number given; guarded by m_oMutexMaxHandle
+    static std::map<int, CDevice*>& m_aoHandleMap; ///< owns the entries; guarded by m_oMutexHandleMap
+    static CZelMutex& m_oMutexHandleMap;           ///< held for a look at the table only
+    static CZelMutex& m_oMutexMaxHandle;           ///< held while a number is taken
+
+  private:
+    static int NewHandle(int* pnHandle);
+    static void Register(int nHandle, CDevice* pDevice);
 };
 
 #endif

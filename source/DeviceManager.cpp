@@ -136,11 +136,22 @@ CDevice* CDeviceManager::GetDevice(int nHandle)
     return it == m_aoHandleMap.end() ? nullptr : it->second;
 }
 
+CDevice* CDeviceManager::Remove(int nHandle)
+{
+    const CZelLock oLock(m_oMutexHandleMap);
+    const auto it = m_aoHandleMap.find(nHandle);
+    if (it == m_aoHandleMap.end())
+        return nullptr;
+    CDevice* const pDevice = it->second;
+    m_aoHandleMap.erase(it);
+    return pDevice;
+}
+
 // Runs without the table's mutex: destroying a client waits for its running indication, which may be asking
 // for a handle itself; so may a trace sink.
 void CDeviceManager::Destroy(int nHandle, CDevice* pDevice)
 {
-    const bool bLater = pDevice->m_bOwnsClient && pDevice->m_pClient != nullptr &&
+    const bool bLater = pDevice != nullptr && pDevice->m_bOwnsClient && pDevice->m_pClient != nullptr &&
                         pDevice->m_pClient->RunAtEndOfReception([pDevice] { delete pDevice; });
     if (!bLater)
         delete pDevice;
@@ -149,15 +160,9 @@ void CDeviceManager::Destroy(int nHandle, CDevice* pDevice)
 
 int CDeviceManager::CloseDevice(int nHandle)
 {
-    CDevice* pDevice = nullptr;
-    {
-        const CZelLock oLock(m_oMutexHandleMap);
-        const auto it = m_aoHandleMap.find(nHandle);
-        if (it == m_aoHandleMap.end())
-            return RC_INVALID_HANDLE;
-        pDevice = it->second;
-        m_aoHandleMap.erase(it);
-    }
+    CDevice* const pDevice = Remove(nHandle);
+    if (pDevice == nullptr)
+        return RC_INVALID_HANDLE;
     Destroy(nHandle, pDevice);
     return 0;
 }

@@ -17,8 +17,7 @@ int SPIOpenDevice(int* pnHandle, const char* pcIPAddress, int nTimeout)
             return NCInterface::RC_INVALID_HANDLE;
         nRC = pDevice->m_pClient->Open();
         if (nRC != 0) {
-            pDevice->m_pClient->Close();
-            CDeviceManager::CloseDevice(*pnHandle);
+            SPICloseDevice(*pnHandle);
             *pnHandle = -1;
         }
         return nRC;
@@ -27,12 +26,21 @@ int SPIOpenDevice(int* pnHandle, const char* pcIPAddress, int nTimeout)
 
 int SPICloseDevice(int nHandle)
 {
-    return Guarded([&] {
-        const CDevice* const pDevice = CDeviceManager::GetDevice(nHandle);
-        if (pDevice != nullptr && pDevice->m_pClient != nullptr)
+    struct STable : CDeviceManager {
+        using CDeviceManager::Destroy;
+        using CDeviceManager::Remove;
+    };
+    // Taken out before it is used: whoever closes the same handle at the same time finds it gone.
+    CDevice* const pDevice = STable::Remove(nHandle);
+    if (pDevice == nullptr)
+        return NCInterface::RC_INVALID_HANDLE;
+    const int nRC = Guarded([&] {
+        if (pDevice->m_pClient != nullptr)
             pDevice->m_pClient->Close();
-        return CDeviceManager::CloseDevice(nHandle);
+        return 0;
     });
+    STable::Destroy(nHandle, pDevice);
+    return nRC;
 }
 
 int SPIDataReq(int nHandle, const char* pBufWrite, unsigned short nBufWriteLen, char* pBufRead,

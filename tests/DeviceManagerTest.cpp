@@ -138,7 +138,12 @@ TEST(DeviceManagerTest, ClosingDestroysOwnedClientsInAscendingOrder)
     const auto fnClosed = [&](int i) { return HandleTrace(nBase + i, "closed"); };
     EXPECT_EQ(0, CDeviceManager::CloseDevice(nBase + 3));
     EXPECT_EQ((CTexts{"1 client: gone", fnClosed(3)}), oTraces.Take());
+    struct STable : CDeviceManager {
+        using CDeviceManager::m_aoHandleMap;
+    };
+    STable::m_aoHandleMap[nBase + 5] = nullptr; // by a class of the application
     CDeviceManager::CloseAllDevices();
-    EXPECT_EQ((CTexts{"1 client: gone", fnClosed(1), fnClosed(2), "1 client: gone", fnClosed(4)}),
-              oTraces.Take());
+    EXPECT_EQ(
+        (CTexts{"1 client: gone", fnClosed(1), fnClosed(2), "1 client: gone", fnClosed(4), fnClosed(5)}),
+        oTraces.Take());
 }

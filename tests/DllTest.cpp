@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 namespace
@@ -105,10 +106,22 @@ TEST_F(DllTest, OutputsComeFromTheGateway)
 
 TEST_F(DllTest, AnyEntryIsUsedAsItIs)
 {
+    struct CClosing : CQuorvelClientAD {
+        CClosing() : CQuorvelClientAD(5000) {}
+        int Close() override
+        {
+            if (m_nCloses++ == 0) { // somebody else closes the same handle meanwhile
+                EXPECT_EQ(0x00900000, SPICloseDevice(m_nHandle));
+            }
+            CQuorvelClientAD::Close();
+            throw std::runtime_error("x");
+        }
+        int m_nHandle = -7;
+        int m_nCloses = 0;
+    } oClient;
+    int& nHandle = oClient.m_nHandle;
     CTestPeer oPeer;
-    CQuorvelClientAD oClient(5000);
     ASSERT_EQ(0, oClient.Connect("127.0.0.1", oPeer.GetPort(), 1, true));
-    int nHandle = -7;
     auto* const pDevice = new CDevice;
     CDeviceManager::SetDevice(&nHandle, pDevice);
     EXPECT_EQ(CResults(7, 0), CallAll(nHandle)); // without a client nothing is done
@@ -124,7 +137,9 @@ TEST_F(DllTest, AnyEntryIsUsedAsItIs)
                                  "05 00 40 07 02 00 45", "09 00 41 07 03 00 0d 0c 0b 0a 45",
                                  "0c 00 07 03 04 00 40 42 0f 00 41 42 43 4d", "05 00 08 03 05 00 0e"})
         EXPECT_EQ(pRequest, oPeer.TakeRequest());
-    EXPECT_EQ(0, SPICloseDevice(nHandle));
+    EXPECT_EQ(0xFF, SPICloseDevice(nHandle)); // thrown by Close, and closed all the same
+    EXPECT_EQ(0x00900000, SPICloseDevice(nHandle));
+    EXPECT_EQ(1, oClient.m_nCloses);
     EXPECT_EQ(0, oClient.GetConnectState()); // closed, but alive
 }
 

@@ -122,7 +122,9 @@ TEST(ThreadsTest, OpeningAndClosingOnManyThreads)
             int nHandle = 0;
             ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.3.1", LONG), 0);
             EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0);
-            EXPECT_EQ(SPICloseDevice(nHandle), 0);
+            std::atomic<int> nClosed{0};
+            OnThreads(2, [&](unsigned int) { nClosed += SPICloseDevice(nHandle); });
+            EXPECT_EQ(nClosed, 0x00900000); // one closes it, the other comes too late
             EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0x00900000);
             const std::lock_guard oLock(oMutex);
             EXPECT_TRUE(anHandles.insert(nHandle).second) << "handle given twice";
