@@ -7,7 +7,9 @@
 
 #include "QuorvelExport.h"
 
+#include <cstddef>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -418,6 +420,8 @@ class QUORVEL_API CQuorvelHexfile
     std::string m_strErrorMessage;                ///< text of the last error
 
   private:
+    unsigned int Analize(const std::function<std::size_t(char* pBuffer, std::size_t nMax)>& fnRead,
+                         EType eType);
     unsigned int LineIntel(std::string_view strLine, CByteMap& oMap, unsigned int& nBaseAddress);
     unsigned int LineMotorola(std::string_view strLine, CByteMap& oMap);
     unsigned int LineFault(EResult eResult, const char* pText, std::string_view strLine);

@@ -5,48 +5,52 @@
 #include "support/ZelFile.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace
 {
 
 constexpr const char* UNIT = "source/QuorvelClientTestSystemCOM";
-constexpr std::size_t PIECE = 32768;    // bytes of a file in one telegram
-constexpr std::size_t CRC_PIECE = 4096; // bytes read at a time for the CRC
+constexpr std::size_t PIECE = 32768;    // bytes of a file in one telegram, and read at a time
+constexpr std::size_t CRC_PIECE = 4096; // bytes read at a time for the CRC of a stream
 constexpr int RC_FILE_NOT_OPENED = 0x0D20;
-constexpr int RC_NEXT_PIECE = 0x0D21;
+constexpr int RESULT_NEXT_PIECE = 0x21; // in the low byte; the rest does not count
 constexpr int RC_INVALID_PARAMETER = 0x00920000;
-constexpr std::streamoff MAX_FILE_SIZE = 0xFFFFFFFF;
+constexpr unsigned long long MAX_FILE_SIZE = 0xFFFFFFFF;
 
-// A file read in pieces. The stream's own buffer is too small to be fast for the CRC; with this one it is, and
-// whole pieces are still read past it.
+// A file read in pieces.
 class CInputFile
 {
   public:
-    CInputFile() { m_oStream.rdbuf()->pubsetbuf(m_acBuffer, sizeof m_acBuffer); }
+    bool Open(const std::string& strPath) { return m_oFile.Open(strPath.c_str(), m_oStatus); }
 
-    // Regular files only: a directory can be opened too, and opening a pipe could last forever.
-    bool Open(const std::string& strPath)
-    {
-        CZelFileStatus oStatus;
-        if (!CZelFile::GetStatus(strPath.c_str(), oStatus))
-            return false;
-        m_oStream.open(strPath, std::ios::binary);
-        return m_oStream.is_open();
-    }
-
-    std::ifstream& GetStream() { return m_oStream; }
+    unsigned long long GetSize() const { return m_oStatus.m_nSize; }
 
     // The next piece, at most nMax bytes, fewer where the file ends. Valid until the next call.
     std::string_view Read(std::size_t nMax)
     {
-        m_oStream.read(m_acPiece, static_cast<std::streamsize>(std::min(PIECE, nMax)));
-        return {m_acPiece, static_cast<std::size_t>(m_oStream.gcount())};
+        const long nRead = m_oFile.Read(m_pPiece.get(), std::min(PIECE, nMax));
+        m_bBad = m_bBad || nRead < 0;
+        return {m_pPiece.get(), static_cast<std::size_t>(std::max(nRead, 0L))};
     }
 
+    // Of the whole file; what is read next is its beginning.
+    unsigned int GetCRC32()
+    {
+        CCRC32 oCRC;
+        for (std::string_view strPiece = Read(PIECE); !strPiece.empty(); strPiece = Read(PIECE))
+            oCRC.Add(strPiece.data(), strPiece.size());
+        m_oFile.Rewind();
+        return oCRC.Get();
+    }
+
+    bool IsBad() const { return m_bBad; }
+
   private:
-    char m_acBuffer[PIECE];
-    char m_acPiece[PIECE];
-    std::ifstream m_oStream;
+    CZelFile m_oFile;
+    CZelFileStatus m_oStatus;
+    bool m_bBad = false;
+    const std::unique_ptr<char[]> m_pPiece = std::make_unique_for_overwrite<char[]>(PIECE);
 };
 
 // A text whose length fits into one byte; a longer one is cut.
@@ -111,54 +115,51 @@ int CQuorvelClientTestSystemCOM::IsConfigAvailable(const std::string& strName, b
 
 int CQuorvelClientTestSystemCOM::SendFile(const std::string& strPath, unsigned int nCRC)
 {
-    CInputFile oInput;
-    if (!oInput.Open(strPath))
-        return RC_FILE_NOT_OPENED;
-    std::ifstream& oFile = oInput.GetStream();
-    if (nCRC == 0)
-        nCRC = GetCRC32(oFile);
-    oFile.clear(oFile.rdstate() & std::ios::badbit); // having read to the end is no failure
-    oFile.seekg(0, std::ios::end);
-    const std::streamoff nSize = oFile.tellg();
-    if (nSize > MAX_FILE_SIZE)
-        return RC_INVALID_PARAMETER; // the telegram has four bytes for it
-    oFile.seekg(0);
-    auto nRest = static_cast<std::size_t>(std::max<std::streamoff>(nSize, 0));
-    std::string_view strPiece = oInput.Read(nRest);
-    if (oFile.bad() || nSize < 0)
-        return RC_FILE_NOT_OPENED;
+    return Guarded([&] {
+        CInputFile oFile;
+        if (!oFile.Open(strPath))
+            return RC_FILE_NOT_OPENED;
+        if (oFile.GetSize() > MAX_FILE_SIZE)
+            return RC_INVALID_PARAMETER; // the telegram has four bytes for it
+        auto nRest = static_cast<std::size_t>(oFile.GetSize());
+        const unsigned int nAnnounced = nCRC != 0 ? nCRC : oFile.GetCRC32();
+        std::string_view strPiece = oFile.Read(nRest);
+        if (oFile.IsBad())
+            return RC_FILE_NOT_OPENED;
 
-    CCommand oFirst(*this, UNIT, 4, "SEND FILE requested to ");
-    oFirst << ",file=" << strPath;
-    const std::string_view strName = ToShort(FileName(strPath));
-    int nRC = oFirst.Exchange(0x0DD3, {CQuorvelMsg::ToChar(nCRC),
-                                       CQuorvelMsg::ToChar(static_cast<unsigned int>(nSize)),
-                                       ToLength(strName), strName, strPiece});
-    while (nRC == RC_NEXT_PIECE) {
-        nRest -= strPiece.size();
-        strPiece = oInput.Read(nRest);
-        if (strPiece.empty()) // the end, which may have come nearer meanwhile
-            break;
-        nRC = CCommand(*this, UNIT).Exchange(0x0DD4, strPiece);
-    }
-    return nRC;
+        CCommand oFirst(*this, UNIT, 4, "SEND FILE requested to ");
+        oFirst << ",file=" << strPath;
+        const std::string_view strName = ToShort(FileName(strPath));
+        int nRC = oFirst.Exchange(0x0DD3, {CQuorvelMsg::ToChar(nAnnounced),
+                                           CQuorvelMsg::ToChar(static_cast<unsigned int>(nRest)),
+                                           ToLength(strName), strName, strPiece});
+        while ((nRC & 0xFF) == RESULT_NEXT_PIECE) {
+            nRest -= strPiece.size();
+            strPiece = oFile.Read(nRest);
+            if (strPiece.empty()) // the end, which may have come nearer meanwhile
+                break;
+            nRC = CCommand(*this, UNIT).Exchange(0x0DD4, strPiece);
+        }
+        return nRC;
+    });
 }
 
 int CQuorvelClientTestSystemCOM::InstallConfig(const std::string& strConfig, const std::string& strPath)
 {
-    CInputFile oInput;
-    if (!oInput.Open(strPath))
-        return RC_FILE_NOT_OPENED;
-    std::ifstream& oFile = oInput.GetStream();
-    const unsigned int nCRC = GetCRC32(oFile);
-    if (oFile.bad())
-        return RC_FILE_NOT_OPENED;
-    CCommand oCommand(*this, UNIT, 4, "INSTALL CONFIG requested to ");
-    oCommand << ",config=" << strConfig << ",file=" << strPath;
-    const std::string_view strShort = ToShort(strConfig);
-    const std::string_view strName = ToShort(FileName(strPath));
-    return oCommand.Exchange(
-        0x0DD5, {CQuorvelMsg::ToChar(nCRC), ToLength(strShort), strShort, ToLength(strName), strName});
+    return Guarded([&] {
+        CInputFile oFile;
+        if (!oFile.Open(strPath))
+            return RC_FILE_NOT_OPENED;
+        const unsigned int nCRC = oFile.GetCRC32();
+        if (oFile.IsBad())
+            return RC_FILE_NOT_OPENED;
+        CCommand oCommand(*this, UNIT, 4, "INSTALL CONFIG requested to ");
+        oCommand << ",config=" << strConfig << ",file=" << strPath;
+        const std::string_view strShort = ToShort(strConfig);
+        const std::string_view strName = ToShort(FileName(strPath));
+        return oCommand.Exchange(
+            0x0DD5, {CQuorvelMsg::ToChar(nCRC), ToLength(strShort), strShort, ToLength(strName), strName});
+    });
 }
 
 std::string CQuorvelClientTestSystemCOM::GetFileName(const std::string& strPath)

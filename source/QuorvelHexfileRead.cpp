@@ -7,7 +7,6 @@
 #include "support/ZelFile.h"
 #include "support/ZelTools.h"
 
-#include <array>
 #include <atomic>
 #include <cstring>
 #include <iostream>
@@ -73,11 +72,14 @@ unsigned int HexData(const char* pDigits, CQuorvelHexfile::CByteMap& oMap, unsig
     return nSum;
 }
 
+// Gives how many bytes came, 0 at the end.
+using FRead = std::function<std::size_t(char* pBuffer, std::size_t nMax)>;
+
 // Reads lines as std::istream::getline with a buffer of 1024 characters does, at less cost.
 class CLines
 {
   public:
-    explicit CLines(std::ifstream& oFile) : m_oFile(oFile) {}
+    explicit CLines(const FRead& fnRead) : m_fnRead(fnRead) {}
 
     // The next line, with a NUL in place of its line feed if it has one; empty at the end, and after a line
     // that was too long: of that, the first 1023 characters are a line still. Valid until the next call.
@@ -85,7 +87,7 @@ class CLines
     {
         if (m_nEnd - m_nBegin < LINE_SIZE && !m_bOver)
             Fill();
-        char* const pLine = m_acBuffer.data() + m_nBegin;
+        char* const pLine = m_pBuffer.get() + m_nBegin;
         std::size_t nLength = std::min(m_nEnd - m_nBegin, LINE_SIZE);
         auto* const pLineFeed = static_cast<char*>(std::memchr(pLine, '\n', nLength));
         if (pLineFeed != nullptr) {
@@ -102,21 +104,21 @@ class CLines
 
   private:
     static constexpr std::size_t LINE_SIZE = 1024;
+    static constexpr std::size_t BUFFER_SIZE = 65536; // not on the stack, which may be small
 
     void Fill()
     {
         m_nEnd -= m_nBegin;
-        std::memmove(m_acBuffer.data(), m_acBuffer.data() + m_nBegin, m_nEnd);
+        std::memmove(m_pBuffer.get(), m_pBuffer.get() + m_nBegin, m_nEnd);
         m_nBegin = 0;
-        m_oFile.read(m_acBuffer.data() + m_nEnd, static_cast<std::streamsize>(m_acBuffer.size() - m_nEnd));
-        m_nEnd += static_cast<std::size_t>(m_oFile.gcount());
+        m_nEnd += m_fnRead(m_pBuffer.get() + m_nEnd, BUFFER_SIZE - m_nEnd);
     }
 
-    std::ifstream& m_oFile;
+    const FRead& m_fnRead;
     std::size_t m_nBegin = 0;
     std::size_t m_nEnd = 0;
     bool m_bOver = false;
-    std::array<char, 65536> m_acBuffer;
+    const std::unique_ptr<char[]> m_pBuffer = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
 };
 
 } // namespace
@@ -131,7 +133,8 @@ CQuorvelHexfile::CByteMap::SEntry* CQuorvelHexfile::CByteMap::GetEntries(unsigne
     const unsigned int nIndex = nAddress % PAGE_SIZE;
     const unsigned int nPage = nAddress - nIndex;
     if (m_pLastPage == nullptr || nPage != m_nLastPage) {
-        static const CPage s_oEmptyPage(PAGE_SIZE); // to be copied, which beats setting every entry
+        // To be copied, which beats setting every entry. Never destroyed: threads may still load while the process ends.
+        static const CPage& s_oEmptyPage = *new CPage(PAGE_SIZE);
         m_pLastPage = &m_aoPages.try_emplace(nPage, s_oEmptyPage).first->second;
         m_nLastPage = nPage;
     }
@@ -222,17 +225,23 @@ unsigned int CQuorvelHexfile::LoadFile(const char* pFilename, EType eType)
     if (pFilename == nullptr)
         return eResultOk;
     m_strFilename = pFilename;
-    std::ifstream oFile(m_strFilename);
-    oFile.peek(); // a directory opens, but cannot be read
-    if (!oFile.is_open() || oFile.bad()) {
+    CZelFile oFile;
+    CZelFileStatus oStatus;
+    if (!oFile.Open(m_strFilename.c_str(), oStatus)) {
         m_strErrorMessage = "File <" + m_strFilename + "> could not be opened.";
         Trace(1, UNIT, m_strErrorMessage);
         return eResultNotOpened;
     }
-    unsigned int nResult = AnalizeFile(oFile, eType);
-    if (nResult == eResultOk && oFile.bad())
+    bool bBad = false;
+    unsigned int nResult = Analize(
+        [&](char* pBuffer, std::size_t nMax) {
+            const long nRead = oFile.Read(pBuffer, nMax);
+            bBad = bBad || nRead < 0;
+            return static_cast<std::size_t>(std::max(nRead, 0L));
+        },
+        eType);
+    if (nResult == eResultOk && bBad)
         nResult = eResultNotOpened; // what follows could not be read
-    oFile.close();
     if (nResult == eResultOk)
         return m_eType == eTypeBinary ? LoadFileBinary(m_strFilename.c_str()) : eResultOk;
 
@@ -248,12 +257,22 @@ unsigned int CQuorvelHexfile::LoadFile(const char* pFilename, EType eType)
 
 unsigned int CQuorvelHexfile::AnalizeFile(std::ifstream& oFile, EType eType)
 {
+    return Analize(
+        [&](char* pBuffer, std::size_t nMax) {
+            oFile.read(pBuffer, static_cast<std::streamsize>(nMax));
+            return static_cast<std::size_t>(oFile.gcount());
+        },
+        eType);
+}
+
+unsigned int CQuorvelHexfile::Analize(const FRead& fnRead, EType eType)
+{
     if (eType > eTypeBinary) {
         m_strErrorMessage = "Inputfile format is not supported (use Intel or Motorola).";
         std::cout << m_strErrorMessage << '\n';
         return eResultRecordType;
     }
-    CLines oLines(oFile);
+    CLines oLines(fnRead);
     std::string_view strLine = oLines.Next();
     if (strLine.empty()) {
         Trace(2, UNIT, [&] { return "Eingabe " + m_strFilename + " enthaelt keine Daten."; });
@@ -405,17 +424,14 @@ unsigned int CQuorvelHexfile::LineMotorola(std::string_view strLine, CByteMap& o
 
 unsigned int CQuorvelHexfile::LoadFileBinary(const char* pFilename)
 {
+    CZelFile oFile;
     CZelFileStatus oStatus;
-    if (!CZelFile::GetStatus(pFilename, oStatus) || oStatus.m_nSize >= ADDRESS_SPACE)
-        return eResultNotOpened;
-    std::ifstream oFile(pFilename, std::ios::binary);
-    if (!oFile.is_open())
+    if (!oFile.Open(pFilename, oStatus) || oStatus.m_nSize >= ADDRESS_SPACE)
         return eResultNotOpened;
     auto pBlock = std::make_unique<SMemoryBlock>();
     pBlock->nLength = static_cast<unsigned int>(oStatus.m_nSize);
     pBlock->pData = new char[pBlock->nLength];
-    oFile.read(pBlock->pData, pBlock->nLength);
-    if (oFile.gcount() != static_cast<std::streamsize>(pBlock->nLength))
+    if (oFile.Read(pBlock->pData, pBlock->nLength) != static_cast<long>(pBlock->nLength))
         return eResultNotOpened; // has become shorter, or cannot be read
     AddMemoryBlock(pBlock.release());
     return eResultOk;

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace
 {
@@ -265,12 +266,14 @@ TEST_F(HexfileTest, TypesAndFilesThatCannotBeLoaded)
 
     CImage oImage;
     const char* const pNotOpened = " could not be opened.";
-    for (const std::string& strName :
-         {m_strDirectory + "missing", m_strDirectory, std::string("/proc/self/mem")}) {
+    const std::string strPipe = m_strDirectory + "pipe";
+    ASSERT_EQ(mkfifo(strPipe.c_str(), 0600), 0);
+    for (const std::string& strName : {m_strDirectory + "missing", m_strDirectory, strPipe,
+                                       std::string("/dev/zero"), std::string("/proc/self/mem")}) {
         EXPECT_EQ(oImage.LoadFile(strName.c_str(), CImage::eTypeAuto), 0x80U);
         EXPECT_EQ(oImage.GetErrorMessage(), "File <" + strName + ">" + pNotOpened);
     }
-    EXPECT_EQ(oImage.LoadFileBinary(m_strDirectory.c_str()), 0x80U);
+    EXPECT_EQ(oImage.LoadFileBinary(strPipe.c_str()), 0x80U);
     EXPECT_EQ(oImage.LoadFile(nullptr, CImage::eTypeAuto), 0U);
     EXPECT_EQ(oImage.GetErrorMessage(), "");
     EXPECT_EQ(oImage.GetFilename(), "/proc/self/mem");
@@ -287,6 +290,24 @@ TEST_F(HexfileTest, TypesAndFilesThatCannotBeLoaded)
                                             "Invalid checksum in data line: :0100000041BF.\nIgnore error? ");
     EXPECT_EQ(oImage.LoadFile(Write("AB").c_str(), CImage::eTypeAuto), 0U); // appended
     EXPECT_EQ(Blocks(oImage.GetMemoryBlocks()), "0:41 0:4142");
+}
+
+TEST_F(HexfileTest, LoadsOnASmallStackAndWhileTheProcessEnds)
+{
+    static const auto* const s_pFile = new std::string(Write(" \n:0100000041BE\n"));
+    static const auto s_fnLoad = [] {
+        CImage oImage;
+        const bool bLoaded = oImage.LoadFile(s_pFile->c_str(), CImage::eTypeIntel) == CImage::eResultOk;
+        return bLoaded && Blocks(oImage.GetMemoryBlocks()) == "0:41";
+    };
+    OnSmallStack([] { EXPECT_TRUE(s_fnLoad()); });
+    // What runs before the first load is asked for at the end again, when all that a load makes would be destroyed.
+    const auto fnEnd = [] {
+        std::atexit([] { std::_Exit(s_fnLoad() ? 0 : 1); });
+        s_fnLoad();
+        std::exit(2); // NOLINT(concurrency-mt-unsafe)
+    };
+    EXPECT_EXIT(fnEnd(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(HexfileTest, Traces)

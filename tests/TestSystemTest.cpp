@@ -37,7 +37,7 @@ using TestSystemPWRTest = CConnectedTest<CQuorvelClientTestSystemPWR, 0x0C00>;
 using TestSystemRelayTest = CConnectedTest<CQuorvelClientTestSystemRelay, 0x1100>;
 
 const std::string UNIT = "4 source/QuorvelClientTestSystem";
-const unsigned short VALUES[] = {0x0201, 0xFFFF};
+unsigned short g_anValues[] = {0x0201, 0xFFFF};
 
 // So many bytes that no two pieces are alike.
 std::string Content(std::size_t nSize)
@@ -53,10 +53,10 @@ std::string Content(std::size_t nSize)
 TEST_F(TestSystemIOTest, RequestsAndResults)
 {
     unsigned short anValues[2] = {};
-    Check([&] { return m_oClient.SetPower(VALUES, 2); }, "09 00 20 0b 02 00 01 02 ff ff 2a",
+    Check([&] { return m_oClient.SetPower(g_anValues, 2); }, "09 00 20 0b 02 00 01 02 ff ff 2a",
           UNIT + "IO: SET POWER");
     Check([&] { return m_oClient.GetPower(anValues, 2); }, "05 00 21 0b 02 00 28", UNIT + "IO: GET POWER");
-    Check([&] { return m_oClient.SetValue(VALUES, 2); }, "09 00 10 0b 02 00 01 02 ff ff 1a",
+    Check([&] { return m_oClient.SetValue(g_anValues, 2); }, "09 00 10 0b 02 00 01 02 ff ff 1a",
           UNIT + "IO: SET VALUE");
     Check([&] { return m_oClient.SetValue(nullptr, 0); }, "05 00 10 0b 02 00 19", UNIT + "IO: SET VALUE");
     Check([&] { return m_oClient.GetValue(anValues, 2); }, "05 00 11 0b 02 00 18", UNIT + "IO: GET VALUE");
@@ -65,7 +65,7 @@ TEST_F(TestSystemIOTest, RequestsAndResults)
 TEST_F(TestSystemPWRTest, RequestsAndResults)
 {
     unsigned short anValues[2] = {};
-    Check([&] { return m_oClient.SetValue(VALUES, 2); }, "09 00 10 0c 02 00 01 02 ff ff 1d",
+    Check([&] { return m_oClient.SetValue(g_anValues, 2); }, "09 00 10 0c 02 00 01 02 ff ff 1d",
           UNIT + "PWR: SET VALUE");
     Check([&] { return m_oClient.GetValue(anValues, 2); }, "05 00 11 0c 02 00 1f", UNIT + "PWR: GET VALUE");
 }
@@ -75,7 +75,7 @@ TEST_F(TestSystemRelayTest, RequestsAndResults)
     unsigned short anValues[2] = {};
     Check([&] { return m_oClient.SetRelay(7, true); }, "07 00 12 11 02 00 07 01 07",
           UNIT + "Relay: SET VALUE"); // so traced, though it sets a relay
-    Check([&] { return m_oClient.SetPower(VALUES, 2); }, "09 00 20 11 02 00 01 02 ff ff 30",
+    Check([&] { return m_oClient.SetPower(g_anValues, 2); }, "09 00 20 11 02 00 01 02 ff ff 30",
           UNIT + "Relay: SET POWER");
     Check([&] { return m_oClient.GetPower(anValues, 2); }, "05 00 21 11 02 00 32", UNIT + "Relay: GET POWER");
 }
@@ -175,10 +175,21 @@ TEST_F(TestSystemCOMTest, SendsFilesInPieces)
                                      (i == 0 ? strHead : "") + strContent.substr(32768 * i, 32768))),
                       m_oPeer.TakeRequest());
     }
-    // A caller's CRC is used unchecked.
+    // The low byte of the result asks for the next piece, whatever else is in it.
+    struct COther : CQuorvelClientTestSystemCOM {
+        COther() : CQuorvelClientTestSystemCOM(5000) {}
+        ~COther() override { StopReception(); }
+        int GetCnfRetCode(const CQuorvelMsg& oCnf) override { return 0x00070000 | oCnf.GetData()[0]; }
+    } oOther;
+    CTestPeer oPeer;
+    ASSERT_EQ(0, oOther.Connect("127.0.0.1", oPeer.GetPort(), 1, true));
+    oPeer.Confirm("21");
+    oPeer.Confirm("05");
+    EXPECT_EQ(0x00070005, oOther.SendFile(MakeFile(Content(40000))));
+    // A caller's CRC is used unchecked. 64 KiB of stack are enough.
     m_oPeer.Confirm("22");
     m_oClient.Open();
-    EXPECT_EQ(0x0D22, m_oClient.SendFile(MakeFile("x"), 0x12345678));
+    OnSmallStack([&] { EXPECT_EQ(0x0D22, m_oClient.SendFile(MakeFile("x"), 0x12345678)); });
     EXPECT_EQ(ToHex(Telegram(0x0DD3, 2, Hex("78 56 34 12 01 00 00 00 05") + "a.binx")),
               m_oPeer.TakeRequest());
 }
@@ -188,6 +199,12 @@ TEST_F(TestSystemCOMTest, FilesThatCannotBeSent)
     const std::string strHuge = MakeFile("");
     std::filesystem::resize_file(strHuge, 0x100000000ULL); // sparse
     EXPECT_EQ(0x00920000, m_oClient.SendFile(strHuge, 1));
+    std::filesystem::resize_file(strHuge, 0xFFFFFFFFU);
+    m_oPeer.Confirm("22");
+    EXPECT_EQ(0x0D22, m_oClient.SendFile(strHuge, 1));
+    EXPECT_EQ(
+        ToHex(Telegram(0x0DD3, 2, Hex("01 00 00 00 ff ff ff ff 05") + "a.bin" + std::string(32768, '\0'))),
+        m_oPeer.TakeRequest());
     const std::string strPipe = m_strDirectory + "pipe";
     ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0600));
     // Missing, a directory, nothing to be read at the start, a pipe that nobody writes to.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string_view>
 
 namespace
 {
@@ -42,11 +43,11 @@ std::string ZelMemDump(const char* pData, unsigned int nLen, unsigned int nMaxLe
 
 std::string ZelStrTrim(const std::string& strText)
 {
-    static const std::string s_strBlank(" \t\n\v\f\r\0", 7);
-    const std::size_t nFirst = strText.find_first_not_of(s_strBlank);
+    constexpr std::string_view BLANK(" \t\n\v\f\r\0", 7);
+    const std::size_t nFirst = strText.find_first_not_of(BLANK);
     if (nFirst == std::string::npos)
         return {};
-    return strText.substr(nFirst, strText.find_last_not_of(s_strBlank) - nFirst + 1);
+    return strText.substr(nFirst, strText.find_last_not_of(BLANK) - nFirst + 1);
 }
 
 std::string ZelToString(long long nNumber, unsigned int nBase)
