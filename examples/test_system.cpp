@@ -61,8 +61,8 @@ int main(int argc, char** argv)
     std::printf("active: %s, %s\n", strActive.c_str(), bAvailable ? "installed" : "not installed");
 
     // The other boxes take arrays of 16-bit values; a box tells as many as there is room for.
-    const unsigned short anOutputs[] = {1000, 2000, 3000};
-    const unsigned short anVolts[] = {3300, 5000};
+    unsigned short anOutputs[] = {1000, 2000, 3000};
+    unsigned short anVolts[] = {3300, 5000};
     unsigned short anRead[3] = {};
     CQuorvelClientTestSystemIO oIO(1000);
     CQuorvelClientTestSystemPWR oPWR(1000);

@@ -62,6 +62,9 @@ class QUORVEL_API CQuorvelMsgQueue
     /** Removes all telegrams. */
     void Clear();
 
+  protected:
+    std::atomic<unsigned int> m_nMaxSize{1000}; ///< how many telegrams fit
+
   private:
     struct SBlock;
 
@@ -89,8 +92,6 @@ class QUORVEL_API CQuorvelMsgQueue
     // A list of blocks: the receive thread appends to the last one, readers take from the first, and neither
     // ever waits for the other. m_nAppended tells readers what is there. What each side writes lies on cache
     // lines of its own.
-    std::atomic<unsigned int> m_nMaxSize{1000};
-
     alignas(64) CLock m_oLockIn;   // one appends at a time; guards the next three
     SBlock* m_pLast = nullptr;     // null before the first telegram and after Clear
     std::size_t m_nEnd = 0;        // how much of it is used
@@ -266,6 +267,23 @@ class QUORVEL_API CQuorvelClientCANDll : public CQuorvelClientCAN
     /** Hands an indication to its callback or queue; called on the receive thread. @return false */
     bool DataIndRespond(CQuorvelMsg* pMsg) override;
 
+  protected:
+    std::atomic<FFrame> m_pFrame{nullptr};         ///< null, or m_pFrameEx is: see SetCallback
+    std::atomic<FFrameEx> m_pFrameEx{nullptr};     ///< null, or m_pFrame is
+    std::atomic<FPDO> m_pPDO{nullptr};             ///< may be null
+    std::atomic<FSYNC> m_pSYNC{nullptr};           ///< may be null
+    std::atomic<FEMCY> m_pEMCY{nullptr};           ///< may be null
+    std::atomic<FGUARD> m_pGUARD{nullptr};         ///< may be null
+    std::atomic<FUNDEFINED> m_pUNDEFINED{nullptr}; ///< may be null
+    int m_nHandle;                                 ///< device handle, passed to every callback
+    std::atomic<bool> m_bQueueing{false};          ///< whether what has no callback is queued
+    CQuorvelMsgQueue m_oQueuePDO;                  ///< PDOs
+    CQuorvelMsgQueue m_oQueueSYNC;                 ///< SYNCs
+    CQuorvelMsgQueue m_oQueueEMCY;                 ///< emergencies
+    CQuorvelMsgQueue m_oQueueGUARD;                ///< node guarding and heartbeats
+    CQuorvelMsgQueue m_oQueueUNDEFINED;            ///< frames that the CANopen master could not assign
+    CQuorvelMsgQueue m_oQueueFrame;                ///< CAN frames
+
   private:
     void FrameInd(const CQuorvelMsg& oMsg);
     void PDOInd(const CQuorvelMsg& oMsg);
@@ -273,22 +291,6 @@ class QUORVEL_API CQuorvelClientCANDll : public CQuorvelClientCAN
     void EMCYInd(const CQuorvelMsg& oMsg);
     void GUARDInd(const CQuorvelMsg& oMsg);
     void UNDEFINEDInd(const CQuorvelMsg& oMsg);
-
-    std::atomic<FFrame> m_pFrame{nullptr};
-    std::atomic<FFrameEx> m_pFrameEx{nullptr};
-    std::atomic<FPDO> m_pPDO{nullptr};
-    std::atomic<FSYNC> m_pSYNC{nullptr};
-    std::atomic<FEMCY> m_pEMCY{nullptr};
-    std::atomic<FGUARD> m_pGUARD{nullptr};
-    std::atomic<FUNDEFINED> m_pUNDEFINED{nullptr};
-    int m_nHandle;
-    std::atomic<bool> m_bQueueing{false};
-    CQuorvelMsgQueue m_oQueuePDO;
-    CQuorvelMsgQueue m_oQueueSYNC;
-    CQuorvelMsgQueue m_oQueueEMCY;
-    CQuorvelMsgQueue m_oQueueGUARD;
-    CQuorvelMsgQueue m_oQueueUNDEFINED;
-    CQuorvelMsgQueue m_oQueueFrame;
 
     CZelMutex m_oMutexSetters;                    // one setter at a time; callbacks run without it
     std::atomic<unsigned int> m_nFrameChanges{0}; // counts changes of m_pFrame and m_pFrameEx

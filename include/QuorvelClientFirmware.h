@@ -128,10 +128,10 @@ class QUORVEL_API CQuorvelClientFirmware : public CQuorvelClient
 
     /**
      * Writes the device information to the EEPROM.
-     * @param oInfo what to write
+     * @param oInfo what to write; left as it is
      * @return result code as WriteEEProm
      */
-    int SetInfo(const SQuorvelDeviceInfoEx& oInfo);
+    int SetInfo(SQuorvelDeviceInfoEx& oInfo);
 };
 
 #endif

@@ -34,7 +34,7 @@ class QUORVEL_API CQuorvelClientTestSystemIO : public CQuorvelClient
      * @param nCount  how many
      * @return result code
      */
-    int SetPower(const unsigned short* pValues, unsigned char nCount);
+    int SetPower(unsigned short* pValues, unsigned char nCount);
 
     /**
      * Reads the supplies of the box.
@@ -51,7 +51,7 @@ class QUORVEL_API CQuorvelClientTestSystemIO : public CQuorvelClient
      * @param nCount  how many
      * @return result code
      */
-    int SetValue(const unsigned short* pValues, unsigned char nCount);
+    int SetValue(unsigned short* pValues, unsigned char nCount);
 
     /**
      * Reads the values.

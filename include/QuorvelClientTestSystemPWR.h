@@ -34,7 +34,7 @@ class QUORVEL_API CQuorvelClientTestSystemPWR : public CQuorvelClient
      * @param nCount  how many
      * @return result code
      */
-    int SetValue(const unsigned short* pValues, unsigned char nCount);
+    int SetValue(unsigned short* pValues, unsigned char nCount);
 
     /**
      * Reads the supplies.

@@ -42,7 +42,7 @@ class QUORVEL_API CQuorvelClientTestSystemRelay : public CQuorvelClient
      * @param nCount  how many
      * @return result code
      */
-    int SetPower(const unsigned short* pValues, unsigned char nCount);
+    int SetPower(unsigned short* pValues, unsigned char nCount);
 
     /**
      * Reads the supplies of the box.

@@ -147,7 +147,7 @@ int CQuorvelClientFirmware::GetInfo(SQuorvelDeviceInfoEx& oInfo)
     return 0;
 }
 
-int CQuorvelClientFirmware::SetInfo(const SQuorvelDeviceInfoEx& oInfo)
+int CQuorvelClientFirmware::SetInfo(SQuorvelDeviceInfoEx& oInfo)
 {
     char acRecord[sizeof oInfo];
     WriteNumber(oInfo.nSerialNumber, acRecord, 0);

@@ -24,7 +24,7 @@ int CQuorvelClientTestSystemIO::Open()
     return CQuorvelClient::Open();
 }
 
-int CQuorvelClientTestSystemIO::SetPower(const unsigned short* pValues, unsigned char nCount)
+int CQuorvelClientTestSystemIO::SetPower(unsigned short* pValues, unsigned char nCount)
 {
     return NValueArray::Set(CCommand(*this, UNIT, 4, "SET POWER requested to "), 0x0B20, pValues, nCount);
 }
@@ -34,7 +34,7 @@ int CQuorvelClientTestSystemIO::GetPower(unsigned short* pValues, unsigned char 
     return NValueArray::Get(CCommand(*this, UNIT, 4, "GET POWER requested to "), 0x0B21, pValues, nCount);
 }
 
-int CQuorvelClientTestSystemIO::SetValue(const unsigned short* pValues, unsigned char nCount)
+int CQuorvelClientTestSystemIO::SetValue(unsigned short* pValues, unsigned char nCount)
 {
     return NValueArray::Set(CCommand(*this, UNIT, 4, "SET VALUE requested to "), 0x0B10, pValues, nCount);
 }

@@ -24,7 +24,7 @@ int CQuorvelClientTestSystemPWR::Open()
     return CQuorvelClient::Open();
 }
 
-int CQuorvelClientTestSystemPWR::SetValue(const unsigned short* pValues, unsigned char nCount)
+int CQuorvelClientTestSystemPWR::SetValue(unsigned short* pValues, unsigned char nCount)
 {
     return NValueArray::Set(CCommand(*this, UNIT, 4, "SET VALUE requested to "), 0x0C10, pValues, nCount);
 }

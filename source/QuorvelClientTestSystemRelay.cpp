@@ -31,7 +31,7 @@ int CQuorvelClientTestSystemRelay::SetRelay(unsigned char nRelay, bool bOn)
     return oCommand.Exchange(0x1112, {ToByte(nRelay), ToByte(bOn ? 1 : 0)});
 }
 
-int CQuorvelClientTestSystemRelay::SetPower(const unsigned short* pValues, unsigned char nCount)
+int CQuorvelClientTestSystemRelay::SetPower(unsigned short* pValues, unsigned char nCount)
 {
     return NValueArray::Set(CCommand(*this, UNIT, 4, "SET POWER requested to "), 0x1120, pValues, nCount);
 }

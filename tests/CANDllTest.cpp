@@ -108,6 +108,9 @@ TEST(CANDllTest, IndicationsReachCallbacksAndReaders)
          CTexts{}},
         {0x0203, "01 00 00 00 04 0a 0b 0c 0d 0f 10 11", "1 [] 0 4 77 0 0 ",
          "0 | 01 00 00 00 | 0a 0b 0c 0d 0f 10 11 | 00 | 04 00 00 00" + strZero, CTexts{}},
+        {0x0203, "01 00 00 00 04 09 00 00 00 08 00 00 00", "1 [] 0 4 77 9 8 ",
+         "0 | 01 00 00 00 | 09 00 00 00 08 00 00 00 | 00 | 04 00 00 00 | 09 00 00 00 | 08 00 00 00",
+         CTexts{}},
         {0x0203, "01 00 00 00 00" + str64, "1 [" + str64 + "] 64 0 77 0 0 ",
          "0 | 01 00 00 00 | " + str64 + " | 40 | 00 00 00 00" + strZero, CTexts{strNoTime}},
         {0x0203, "01 00 00 00 00 5a" + str64, "", "-1", CTexts{strNoTime, strInvalid}},
@@ -159,8 +162,11 @@ TEST(CANDllTest, OneFrameCallbackAtATime)
     oClient.SetCallbackEx(See<3>);
     oClient.Receive(0x0203, strFrame);
     EXPECT_EQ("1 [0a] 1 128 77 0 0 ", g_strSeen);
-    oClient.SetCallbackEx(nullptr);
     g_strSeen.clear();
+    oClient.SetCallback(nullptr); // clears the other one, too
+    oClient.Receive(0x0203, strFrame);
+    oClient.SetCallback(See<3>);
+    oClient.SetCallbackEx(nullptr);
     oClient.Receive(0x0203, strFrame);
     EXPECT_EQ("", g_strSeen);
     EXPECT_EQ("-1", oClient.Read(0x0203)); // queueing was never switched on
@@ -192,7 +198,10 @@ TEST(CANDllTest, QueuesKeepTheOldest)
 
 TEST(CANDllTest, AQueueHoldsTelegramsOfAnyLength)
 {
-    CQuorvelMsgQueue oQueue;
+    struct SQueue : CQuorvelMsgQueue {
+        using CQuorvelMsgQueue::m_nMaxSize;
+    } oQueue;
+    EXPECT_EQ(1000U, oQueue.m_nMaxSize);
     oQueue.SetMaxSize(3000);
     const std::atomic<bool> bOn{true};
     const unsigned short anLengths[] = {0, 128, 129, 16380, 16384, 65528, 1};

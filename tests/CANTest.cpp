@@ -200,9 +200,11 @@ TEST_F(CANTest, WriteWaitsOnlyForAGatewayThatConfirms)
     m_oPeer.Confirm("21 01 00");
     EXPECT_EQ(0x0221, m_oClient.GetConfig(bConfirm, bMonitor)); // leaves the outputs and the mode
     EXPECT_EQ(std::pair(false, true), std::pair(bConfirm, bMonitor));
+    m_oPeer.Confirm("21");
+    EXPECT_EQ(0x0221, m_oClient.SetConfig(true, true)); // so does this
     EXPECT_EQ(0, fnWrite());
-    m_oPeer.TakeRequest();
-    m_oPeer.TakeRequest(); // from here on the next request is confirmed
+    for (int i = 0; i < 3; ++i)
+        m_oPeer.TakeRequest(); // from here on the next request is confirmed
     m_oPeer.Confirm("00 01 02");
     EXPECT_EQ(0, m_oClient.GetConfig(bConfirm, bMonitor));
     EXPECT_EQ(std::pair(true, false), std::pair(bConfirm, bMonitor));

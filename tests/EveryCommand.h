@@ -237,7 +237,8 @@ SKind Firmware()
          {CALL(ReadFlash(5, o.p, o.n[0])), "n0=2048 ac=ff ff ff ff",
           "failed:n0=0|short:0 n0=2 ac=ff ff 07 07"}, {CALL(WriteFlash(0, o.p))}, {CALL(ClearFlash())},
          {CALL(GetInfo(o.oInfoEx)), "serial=1001 hw=2147549186", "short:0 serial=0 hw=0", 1, 0x100},
-         {CALL(SetInfo({1001, 0x80010002, 0x10000, {}})), "", "", 1, 0x100}, {CALL(Restart())}});
+         {"SetInfo", RUN(C::SQuorvelDeviceInfoEx oInfo{1001, 0x80010002, 0x10000, {}};
+                         return c.SetInfo(oInfo);), "", "", 1, 0x100}, {CALL(Restart())}});
 }
 
 SKind COM()

@@ -56,6 +56,12 @@ TEST(MsgTest, BuildingFillsLengthAndCheckByte)
     EXPECT_EQ("07 00 03 03 fe ff 00 80 81", ToHex(oCopy.GetMessageData()));
     oMsg.SetMessage(0x0309, 42, std::string(65531, 'x').data(), 65531); // the length field wraps
     EXPECT_EQ("00 00 09 03", ToHex(oMsg.GetMessageData().substr(0, 4)));
+    std::string strLong(1003, '\x40');
+    for (std::size_t i = 0; i < strLong.size(); ++i) { // each byte counts, once
+        strLong[i] = '\x13';
+        oMsg.SetMessage(0x0303, 42, strLong.data(), 1003);
+        EXPECT_EQ(i % 2 == 0 ? 0x39 : 0x6a, oMsg.GetCRC()) << i;
+    }
 }
 
 TEST(MsgTest, NumbersAreLittleEndian)

@@ -281,8 +281,8 @@ class CValueVerb : public CVerb
     }
 
     template<class TClient>
-    int Set(CTool& oTool, int (TClient::*pSet)(const unsigned short*, unsigned char),
-            const std::vector<unsigned short>& anValues) const
+    int Set(CTool& oTool, int (TClient::*pSet)(unsigned short*, unsigned char),
+            std::vector<unsigned short> anValues) const
     {
         CGateway<TClient> oBox(oTool);
         const int nStatus = oBox.OpenGateway();
