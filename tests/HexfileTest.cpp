@@ -300,14 +300,18 @@ TEST_F(HexfileTest, LoadsOnASmallStackAndWhileTheProcessEnds)
         const bool bLoaded = oImage.LoadFile(s_pFile->c_str(), CImage::eTypeIntel) == CImage::eResultOk;
         return bLoaded && Blocks(oImage.GetMemoryBlocks()) == "0:41";
     };
-    OnSmallStack([] { EXPECT_TRUE(s_fnLoad()); });
-    // What runs before the first load is asked for at the end again, when all that a load makes would be destroyed.
+    // Asked for before the first load, this comes when all that is destroyed at the end is destroyed, and its memory
+    // used for something else.
     const auto fnEnd = [] {
-        std::atexit([] { std::_Exit(s_fnLoad() ? 0 : 1); });
+        std::atexit([] {
+            const std::vector<std::string> astrElse(64, std::string(8192, '\xFF'));
+            std::_Exit(s_fnLoad() ? 0 : 1);
+        });
         s_fnLoad();
         std::exit(2); // NOLINT(concurrency-mt-unsafe)
     };
     EXPECT_EXIT(fnEnd(), testing::ExitedWithCode(0), "");
+    OnSmallStack([] { EXPECT_TRUE(s_fnLoad()); });
 }
 
 TEST_F(HexfileTest, Traces)
