@@ -24,7 +24,7 @@ class QUORVEL_API CDevice
     CDevice(const CDevice&) = delete;
     CDevice& operator=(const CDevice&) = delete;
 
-    CQuorvelClient* m_pClient = nullptr; ///< the client that serves the handle
+    CQuorvelClient* m_pClient = nullptr; ///< the client that serves the handle; null for none
     std::string m_strHost;               ///< address it was connected to
     int m_nPort = 0;                     ///< TCP port it was connected to
     int m_nHandle = 0;                   ///< the entry's own handle
@@ -48,8 +48,8 @@ class QUORVEL_API CDeviceManager
      *
      * @param pnHandle     receives the handle: the new one; -1 when connecting failed or memory is used up; the
      *                     number that was used up, but leads nowhere, when the kind is unknown; untouched when
-     *                     the port index is invalid
-     * @param pcIPAddress  IPv4 or IPv6 address or host name
+     *                     the port index is invalid. Null is refused.
+     * @param pcIPAddress  IPv4 or IPv6 address or host name; null is not resolved
      * @param nTimeout     the client's time-out in milliseconds
      * @param nDeviceType  device kind: 1 (CQuorvelClientI2C), 2 (CQuorvelClientCANDll), 3 (CQuorvelClientSPI),
      *                     9 (CQuorvelClientRenesas), 11, 12, 13 and 17 (CQuorvelClientTestSystemIO, ...PWR,
@@ -66,8 +66,8 @@ class QUORVEL_API CDeviceManager
     /**
      * Enters a caller's own entry under a new handle. The table owns the entry from now on, but not its
      * client, which the caller keeps alive until the handle is closed, and deletes.
-     * @param pnHandle receives the handle; -1 when memory is used up: then the entry stays the caller's
-     * @param pDevice  the entry, created by new
+     * @param pnHandle receives the handle; -1 when memory is used up: then the entry stays the caller's. Must not be null.
+     * @param pDevice  the entry, created by new; must not be null
      */
     static void SetDevice(int* pnHandle, CDevice* pDevice);
 
@@ -79,8 +79,8 @@ class QUORVEL_API CDeviceManager
     static CDevice* GetDevice(int nHandle);
 
     /**
-     * Removes a handle and destroys its entry, with the client if the entry owns it. Waits until a running
-     * indication of the client has returned; called from within that indication, the client is shut down at
+     * Removes a handle, for one of several callers at once, and destroys its entry, with the client if the entry
+     * owns it. Waits until a running indication of the client has returned; called from within that indication, the client is shut down at
      * once and destroyed when the indication has returned.
      * @param nHandle the handle
      * @return 0; 0x00900000 for an unknown handle
@@ -102,7 +102,7 @@ class QUORVEL_API CDeviceManager
      * Destroys an entry that was taken out, with the client if the entry owns it, and traces that it is closed. Waits as
      * CloseDevice.
      * @param nHandle its former handle
-     * @param pDevice the entry
+     * @param pDevice the entry; with null it is only traced
      */
     static void Destroy(int nHandle, CDevice* pDevice);
 

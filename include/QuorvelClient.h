@@ -60,7 +60,7 @@ class QUORVEL_API CQuorvelClient
 
         /**
          * Sets the client that receives the indications.
-         * @param pParent the client, not owned; must outlive the connection
+         * @param pParent the client, not owned; must outlive the connection. Null for none.
          */
         void SetParentClass(CQuorvelClient* pParent) { m_pParent = pParent; }
 
@@ -77,7 +77,7 @@ class QUORVEL_API CQuorvelClient
 
         /**
          * An item stored now.
-         * @param pMsg the telegram; the item owns it
+         * @param pMsg the telegram, or null; the item owns it
          */
         explicit CMessageItem(CQuorvelMsg* pMsg);
 
@@ -122,7 +122,8 @@ class QUORVEL_API CQuorvelClient
 
     /**
      * Sends one telegram without waiting for an answer, and without waiting for an exchange under way on
-     * another thread. May be called from an indication.
+     * another thread. May be called from an indication. Exchanges send through it: an override may run commands of its
+     * own on this client before or after it sends, but must not wait for another thread's.
      * @param oMsg the telegram; more than 65535 bytes in all are refused with 0x00020000
      * @return 0, or the code of the transport failure
      */
@@ -130,7 +131,7 @@ class QUORVEL_API CQuorvelClient
 
     /**
      * Entry point for a received telegram; called on the receive thread.
-     * @param pData the telegram from its length bytes on
+     * @param pData the telegram from its length bytes on; must not be null unless nLen is 0
      * @param nLen  number of bytes
      */
     virtual void DataInd(const char* pData, unsigned short nLen);
@@ -143,7 +144,7 @@ class QUORVEL_API CQuorvelClient
 
     /**
      * Handles an indication (a telegram that is no confirmation); called on the receive thread.
-     * @param pMsg the telegram
+     * @param pMsg the telegram, never null
      * @return true when the function has taken ownership of pMsg; false here, and the telegram is deleted
      */
     virtual bool DataIndRespond(CQuorvelMsg* pMsg);
@@ -158,7 +159,7 @@ class QUORVEL_API CQuorvelClient
 
     /**
      * Connects to a gateway.
-     * @param pHost     IPv4 or IPv6 address or host name
+     * @param pHost     IPv4 or IPv6 address or host name; null is not resolved
      * @param nPort     TCP port; 0 takes the kind's own, 4999 + kind (5099 for kind 0)
      * @param nProtocol protocol selector; every value opens TCP
      * @param bFlag     connect flag; both values open TCP
@@ -226,7 +227,7 @@ class QUORVEL_API CQuorvelClient
 
     /**
      * Parses and traces a received telegram.
-     * @param pData the telegram from its length bytes on
+     * @param pData the telegram from its length bytes on; must not be null unless nLen is 0
      * @param nLen  number of bytes
      * @return a new telegram, the caller's to delete; null when the bytes are none
      */
@@ -306,7 +307,7 @@ class QUORVEL_API CQuorvelClient
     /**
      * Reads the analog values.
      * @param nInfo   receives the gateway's information word
-     * @param pValues receives the values; must hold nCount of them. May be null when nCount is 0.
+     * @param pValues receives the values; must hold nCount of them. With null none is stored.
      * @param nCount  in: how many values fit; out: how many the gateway sent, which may be more than were
      *                stored; 0 on failure
      * @return result code
@@ -315,7 +316,7 @@ class QUORVEL_API CQuorvelClient
 
     /**
      * Sets the analog outputs.
-     * @param pValues the values
+     * @param pValues the values; null sends none
      * @param nCount  how many; at most 16382 fit a telegram
      * @return result code
      */
@@ -335,7 +336,7 @@ class QUORVEL_API CQuorvelClient
      * Judges what came back for a request, and traces a failure.
      * @param pCnf     the confirmation, or null
      * @param nCmdCode the request's command code
-     * @param pUnit    the unit that traces
+     * @param pUnit    the unit that traces; must not be null
      * @param nLine    its source line
      * @return 0, 0x00040000, 0x000A0000 or 0x000B0000
      */
@@ -345,7 +346,7 @@ class QUORVEL_API CQuorvelClient
     /**
      * Traces the text and number of a failed exchange.
      * @param nRC   the result
-     * @param pUnit the unit that traces
+     * @param pUnit the unit that traces; must not be null
      * @param nLine its source line
      */
     static void TraceFailure(int nRC, const char* pUnit, unsigned int nLine);

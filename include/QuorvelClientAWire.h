@@ -137,7 +137,7 @@ class QUORVEL_API CQuorvelClientAWire : public CQuorvelClient
     /**
      * Takes in a write status (command 0x0EE1: telegram id of the block, status byte, bytes done; numbers of
      * 16 bits).
-     * @param pMsg the telegram
+     * @param pMsg the telegram; must not be null
      * @return false, always
      */
     bool DataIndRespond(CQuorvelMsg* pMsg) override;
@@ -171,7 +171,7 @@ class QUORVEL_API CQuorvelClientAWire : public CQuorvelClient
      * Sends a block to be written to the flash and does not wait.
      * @param nOffset address of the first byte
      * @param nLength number of bytes, at most 65522: longer ones are refused with 0x00020000
-     * @param pData   the bytes
+     * @param pData   the bytes; null sends none, whatever nLength announces
      * @param nID     receives what GetWriteBlockStatus wants to know; untouched with 0x0E21
      * @return 0; 0x0E21 while there is a file transfer; a transport failure
      */
@@ -184,7 +184,7 @@ class QUORVEL_API CQuorvelClientAWire : public CQuorvelClient
      * Sends a block to be written to the user page; otherwise as WriteBlock.
      * @param nOffset offset in the user page
      * @param nLength number of bytes
-     * @param pData   the bytes
+     * @param pData   the bytes; null sends none, whatever nLength announces
      * @param nID     receives what GetWriteBlockStatus wants to know
      * @return as WriteBlock
      */
@@ -221,7 +221,7 @@ class QUORVEL_API CQuorvelClientAWire : public CQuorvelClient
      * Reads from the target.
      * @param nOffset address of the first byte
      * @param nLength how many
-     * @param pData   receives at most that many bytes
+     * @param pData   receives at most that many bytes; with null none is stored
      * @param nRead   receives the number of bytes stored, which is smaller when the gateway sends fewer.
      *                Both outputs are untouched unless the result is 0.
      * @return result code; 0x0E26 when the gateway cannot read
@@ -232,7 +232,7 @@ class QUORVEL_API CQuorvelClientAWire : public CQuorvelClient
      * Reads from the target and compares.
      * @param nOffset address of the first byte
      * @param nLength how many
-     * @param pData   what should be there
+     * @param pData   what should be there; null differs from any byte
      * @return 0; 0x0EFF when it differs; 0x0E26 when the gateway sends fewer bytes; any other result code
      */
     int Verify(unsigned int nOffset, unsigned short nLength, const char* pData);

@@ -45,7 +45,7 @@ class QUORVEL_API CQuorvelClientCAN : public CQuorvelClient
      */
     int Open(bool bConfirmData, bool bMonitor);
 
-    /** Ignores every indication. @return false */
+    /** Ignores every indication, also null. @return false */
     bool DataIndRespond(CQuorvelMsg* pMsg) override;
 
     /**
@@ -196,7 +196,7 @@ class QUORVEL_API CQuorvelClientCAN : public CQuorvelClient
      * gateway's. Otherwise sends and returns at once, also from within an indication; the time is the local
      * one, stored whether or not sending succeeded.
      * @param nIdentifier   CAN identifier
-     * @param pData         frame data
+     * @param pData         frame data; null sends none
      * @param nLen          its length in bytes
      * @param nFlags        flags, as the gateway defines them
      * @param pSeconds      receives the time in whole seconds since 1970-01-01 (local time); may be null
@@ -279,7 +279,7 @@ class QUORVEL_API CQuorvelClientCAN : public CQuorvelClient
      * @param nNodeID  the node
      * @param nPDOType which of its PDOs
      * @param nLen     number of data bytes
-     * @param pData    the data
+     * @param pData    the data; null sends none
      * @return result code
      */
     int CANopenSendPDO(unsigned char nNodeID, unsigned char nPDOType, unsigned char nLen, const char* pData);
@@ -337,7 +337,7 @@ class QUORVEL_API CQuorvelClientCAN : public CQuorvelClient
      * @param nSubindex subindex of the object
      * @param nTimeout  milliseconds
      * @param nLen      number of bytes; at most 65522 fit a telegram
-     * @param pData     the bytes
+     * @param pData     the bytes; null sends none
      * @param nStatus   receives the status
      * @param nValue    receives the value that the node returned
      * @return result code

@@ -114,8 +114,8 @@ class QUORVEL_API CQuorvelMsgQueue
  * has the telegrams' layouts.
  *
  * Callbacks run on the receive thread with no lock held; docs/threads.md says what they may do. While one runs,
- * nothing else is received from this gateway, confirmations included. The data pointers are valid during the
- * call, for the whole length given; where the telegram was shorter, zeros follow. An exception that leaves a
+ * nothing else is received from this gateway, confirmations included. The data pointers are never null, and valid
+ * during the call, for the whole length given; where the telegram was shorter, zeros follow. An exception that leaves a
  * callback is caught and traced, and reception goes on. nHandle is the device handle given to the constructor.
  * nSeconds and nMicroSeconds are the gateway's time stamp, 0 and 0 without one.
  *
@@ -256,7 +256,7 @@ class QUORVEL_API CQuorvelClientCANDll : public CQuorvelClientCAN
     /**
      * Separates the frame data of an indication from the time stamp behind it.
      * @param nFlags the frame's flags; bit 2 announces a time stamp
-     * @param pData  frame data and time stamp
+     * @param pData  frame data and time stamp; must not be null unless nLen is 0
      * @param nLen   number of bytes
      * @param oTime  receives the time stamp; 0 without one; left alone when one is announced but not there
      * @return number of bytes of frame data; 0 when a time stamp is announced but not there
@@ -264,7 +264,7 @@ class QUORVEL_API CQuorvelClientCANDll : public CQuorvelClientCAN
     static unsigned short GetTime(unsigned char nFlags, const char* pData, unsigned short nLen,
                                   timeval& oTime);
 
-    /** Hands an indication to its callback or queue; called on the receive thread. @return false */
+    /** Hands an indication, never null, to its callback or queue; called on the receive thread. @return false */
     bool DataIndRespond(CQuorvelMsg* pMsg) override;
 
   protected:

@@ -72,7 +72,7 @@ class QUORVEL_API CQuorvelClientFirmware : public CQuorvelClient
     /**
      * Reads from the EEPROM.
      * @param nOffset first byte; only the low 16 bits count
-     * @param pBuf    receives the bytes
+     * @param pBuf    receives the bytes; with null none is stored
      * @param nLen    how many to read
      * @param nRead   receives how many came
      * @return result code, with bit 8 set when it is not 0: 0x0102 for a gateway's result 0x02, 0x00040100 for
@@ -83,7 +83,7 @@ class QUORVEL_API CQuorvelClientFirmware : public CQuorvelClient
     /**
      * Writes to the EEPROM.
      * @param nOffset first byte; only the low 16 bits count
-     * @param pData   the bytes
+     * @param pData   the bytes; null sends none
      * @param nLen    how many; at most 65524 fit a telegram
      * @return result code, with bit 8 set when it is not 0, as ReadEEProm
      */
@@ -98,7 +98,7 @@ class QUORVEL_API CQuorvelClientFirmware : public CQuorvelClient
     /**
      * Reads one block of the program flash.
      * @param nBlock block number
-     * @param pBuf   receives the bytes; must hold 2048
+     * @param pBuf   receives the bytes; must hold 2048. With null none is stored.
      * @param nLen   receives how many came, at most 2048; 0 on failure
      * @return result code
      */
@@ -107,7 +107,7 @@ class QUORVEL_API CQuorvelClientFirmware : public CQuorvelClient
     /**
      * Writes one block of the program flash.
      * @param nBlock block number
-     * @param pData  2048 bytes, always: fill up the last block of an image yourself
+     * @param pData  2048 bytes, always: fill up the last block of an image yourself. Null sends none.
      * @return result code
      */
     int WriteFlash(unsigned short nBlock, const char* pData);

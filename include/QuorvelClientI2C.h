@@ -30,7 +30,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
     struct I2CCommand {
         unsigned short nSlaveAddress; ///< 8-bit form; bit 0 set: a read step, clear: a write step
         unsigned short nDataLength;   ///< bytes to write, or to read
-        char* pData;                  ///< the bytes to write, or the buffer for the bytes read; the caller's
+        char* pData; ///< the bytes to write, or the buffer for the bytes read, or null; the caller's
     };
 
     /**
@@ -72,7 +72,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
     /**
      * Reads from a slave.
      * @param nSlaveAddress slave address
-     * @param pBuffer       receives the bytes read; must hold nLen
+     * @param pBuffer       receives the bytes read; must hold nLen. With null none is stored.
      * @param nLen          number of bytes to read
      * @param nBytesRead    receives how many bytes were stored, at most nLen; 0 when the exchange fails. A
      *                      confirmation without any data counts as nLen zeros.
@@ -83,7 +83,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
     /**
      * Writes to a slave.
      * @param nSlaveAddress  slave address
-     * @param pData          the bytes
+     * @param pData          the bytes; null sends none
      * @param nLen           how many; at most 65526 fit a telegram
      * @param nErrorPosition receives the position at which the slave refused, if the gateway tells one
      * @return result code
@@ -127,7 +127,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * Runs a sequence of transfers in one telegram, given as bytes: for each step the slave address (16 bits,
      * little-endian; bit 0 set for reading), the length (16 bits) and, for a write step, that many bytes.
      * The outputs are left as they are when the confirmation holds no error index.
-     * @param pSequence   the steps
+     * @param pSequence   the steps; null sends none
      * @param nLen        their length; at most 65526 bytes fit a telegram
      * @param pReadBuffer receives what all read steps read, one after the other; may be null
      * @param nReadLen    how many bytes the read steps read together
@@ -144,7 +144,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * Every read step receives the first bytes that the whole sequence read, not those of its own step; use
      * the form above to tell the steps apart. It receives nDataLength bytes, or what is left: all read steps
      * together receive as many bytes as were read.
-     * @param pCommands   the steps
+     * @param pCommands   the steps; may be null when there are none. A read step whose pData is null stores nothing.
      * @param nCount      how many
      * @param nErrorIndex receives the gateway's error index, if it tells one
      * @return result code; 0x00920000, with nothing sent, when pCommands is null and nCount is not 0, when a step
@@ -212,7 +212,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * @param nChip       chip number
      * @param nOffset     offset in the memory
      * @param nAddressing addressing word
-     * @param pData       the bytes
+     * @param pData       the bytes; null sends none
      * @param nLen        how many; at most 65521 fit a telegram
      * @return result code
      */
@@ -224,7 +224,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * @param nChip       chip number
      * @param nOffset     offset in the memory
      * @param nAddressing addressing word
-     * @param pData       the bytes
+     * @param pData       the bytes; null sends none
      * @param nLen        how many; at most 65519 fit a telegram
      * @param nPollValue  limit of the polling, as the gateway defines it
      * @return result code; 0x0125 when the memory did not acknowledge in time
@@ -237,7 +237,7 @@ class QUORVEL_API CQuorvelClientI2C : public CQuorvelClient
      * @param nChip       chip number
      * @param nOffset     offset in the memory
      * @param nAddressing addressing word
-     * @param pBuffer     receives the bytes read; must hold nLen
+     * @param pBuffer     receives the bytes read; must hold nLen. With null none is stored.
      * @param nLen        number of bytes to read
      * @param nBytesRead  receives how many bytes were stored, at most nLen, also when the gateway reports an error;
      *                    a confirmation without any data counts as nLen zeros

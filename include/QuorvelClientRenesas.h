@@ -50,7 +50,7 @@ class QUORVEL_API CQuorvelClientRenesas : public CQuorvelClient
 
     /**
      * Presents the target's ID code, seven bytes.
-     * @param pID    the code; copied
+     * @param pID    the code; null is one of no bytes
      * @param nIDLen how many bytes of it: what is missing to seven is filled up with the last of 3A 91 5C 07
      * E2 48 B6, what is more is dropped
      * @return result code; 0x0921 when the target has another ID
@@ -74,7 +74,7 @@ class QUORVEL_API CQuorvelClientRenesas : public CQuorvelClient
     /**
      * Programs one page of 256 bytes.
      * @param nPage page number
-     * @param pData the bytes
+     * @param pData the bytes; null for zeros
      * @param nLen  how many: fewer than 256 are filled up with zeros, more are dropped without an error
      * @return result code; 0x0923 when it failed
      */
@@ -83,7 +83,7 @@ class QUORVEL_API CQuorvelClientRenesas : public CQuorvelClient
     /**
      * Reads one page.
      * @param nPage      page number
-     * @param pBuffer    receives the bytes
+     * @param pBuffer    receives the bytes; with null none is stored
      * @param nBufferLen how many fit
      * @param nReadLen   receives how many were stored. For a confirmation without any data (result
      * 0x000C0900) the buffer is filled with zeros.
@@ -94,7 +94,7 @@ class QUORVEL_API CQuorvelClientRenesas : public CQuorvelClient
     /**
      * Reads the target's version.
      * @param pBuffer    receives its bytes, without a terminator; what the answer does not fill is left alone. For a
-     *                   confirmation without any data (result 0x000C0900) it is filled with zeros.
+     *                   confirmation without any data (result 0x000C0900) it is filled with zeros. May be null.
      * @param nBufferLen how many fit
      * @return result code
      */

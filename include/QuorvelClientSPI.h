@@ -63,11 +63,12 @@ class QUORVEL_API CQuorvelClientSPI : public CQuorvelClient
     /**
      * One full-duplex transfer: as many bytes are clocked as the larger of the two lengths, zeros following
      * the bytes to write.
-     * @param pBufWrite    the bytes to write
+     * @param pBufWrite    the bytes to write; with null, zeros are clocked for as long as is read
      * @param nBufWriteLen how many
      * @param pBufRead     receives the bytes read, at most nBufReadLen and at most as many as the gateway
      *                     sent; filled also when the gateway reports an error, untouched when the exchange
-     *                     fails. A confirmation without any data fills it with zeros.
+     *                     fails. A confirmation without any data fills it with zeros. With null
+     *                     nothing is stored.
      * @param nBufReadLen  its size. Neither length may exceed 65528, which is what fits a telegram; longer
      *                     requests are refused with 0x00020000.
      * @return result code
@@ -77,7 +78,7 @@ class QUORVEL_API CQuorvelClientSPI : public CQuorvelClient
 
     /**
      * Has the gateway run a sequence and waits for what it collected.
-     * @param pSequence   the sequence: op codes and operands as the gateway defines them
+     * @param pSequence   the sequence: op codes and operands as the gateway defines them; null sends none
      * @param nLen        its length
      * @param pBufRead    receives the confirmation from its result byte on: the result byte comes first, then
      *                    the collected data (SequenceGetCnf leaves the result byte out). May be null.
@@ -89,7 +90,7 @@ class QUORVEL_API CQuorvelClientSPI : public CQuorvelClient
     /**
      * Has the gateway run a sequence and returns at once; SequenceGetCnf collects the answer, which is kept
      * for about ten times the time-out. May be called from an indication.
-     * @param pSequence the sequence
+     * @param pSequence the sequence; null sends none
      * @param nLen      its length
      * @param pnID      receives the telegram id, whether or not sending succeeded; may be null
      * @return 0, or the code of the transport failure

@@ -30,7 +30,7 @@ class QUORVEL_API CQuorvelClientTestSystemIO : public CQuorvelClient
 
     /**
      * Sets the supplies of the box.
-     * @param pValues the values
+     * @param pValues the values; null sends none
      * @param nCount  how many
      * @return result code
      */
@@ -39,7 +39,7 @@ class QUORVEL_API CQuorvelClientTestSystemIO : public CQuorvelClient
     /**
      * Reads the supplies of the box.
      * @param pValues receives the values, in order, as many as come; the others are left alone, and all of
-     * them on failure
+     * them on failure. With null none is stored.
      * @param nCount  how many fit
      * @return result code
      */
@@ -47,7 +47,7 @@ class QUORVEL_API CQuorvelClientTestSystemIO : public CQuorvelClient
 
     /**
      * Sets the output values.
-     * @param pValues the values
+     * @param pValues the values; null sends none
      * @param nCount  how many
      * @return result code
      */
@@ -56,7 +56,7 @@ class QUORVEL_API CQuorvelClientTestSystemIO : public CQuorvelClient
     /**
      * Reads the values.
      * @param pValues receives the values, in order, as many as come; the others are left alone, and all of
-     * them on failure
+     * them on failure. With null none is stored.
      * @param nCount  how many fit
      * @return result code
      */

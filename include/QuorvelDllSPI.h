@@ -30,15 +30,16 @@ extern "C" {
 
 /**
  * Opens an SPI gateway (TCP port 5002).
- * @param pnHandle    receives the handle; -1 on failure
- * @param pcIPAddress IPv4 or IPv6 address or host name
+ * @param pnHandle    receives the handle; -1 on failure. Null is refused with 0x00920000.
+ * @param pcIPAddress IPv4 or IPv6 address or host name; null is not resolved
  * @param nTimeout    milliseconds for connecting, and later for every request and its answer
  * @return result code
  */
 QUORVEL_API int SPIOpenDevice(int* pnHandle, const char* pcIPAddress, int nTimeout);
 
 /**
- * Closes a gateway and frees its handle.
+ * Closes a gateway and frees its handle. Of several that close the same handle at once, one closes it; the others find
+ * it unknown.
  * @param nHandle the handle
  * @return 0; 0x00900000 for an unknown handle
  */
@@ -47,10 +48,10 @@ QUORVEL_API int SPICloseDevice(int nHandle);
 /**
  * One full-duplex transfer: the larger of the two lengths is clocked, zeros following the bytes to write.
  * @param nHandle      the handle
- * @param pBufWrite    the bytes to write
+ * @param pBufWrite    the bytes to write; with null, zeros are clocked for as long as is read
  * @param nBufWriteLen how many, at most 65528
  * @param pBufRead     receives the bytes read, at most nBufReadLen; filled also when the gateway reports an
- *                     error, untouched when no good confirmation came
+ *                     error, untouched when no good confirmation came; may be null
  * @param nBufReadLen  its size, at most 65528
  * @return result code
  */
@@ -60,7 +61,7 @@ QUORVEL_API int SPIDataReq(int nHandle, const char* pBufWrite, unsigned short nB
 /**
  * Has the gateway run a sequence and returns without waiting.
  * @param nHandle   the handle
- * @param pSequence the sequence: op codes and operands as the gateway defines them
+ * @param pSequence the sequence: op codes and operands as the gateway defines them; null sends none
  * @param nLen      its length
  * @param pnID      receives the id for SPISequenceGetCnf; may be null
  * @return result code
@@ -121,7 +122,7 @@ QUORVEL_API int SPIGetGlobals(int nHandle, unsigned int* pnBaudrate, unsigned ch
 /**
  * The text of a result code. A text that does not fit loses its first character as well as its end.
  * @param nRC         the code
- * @param pcMessage   receives the text and a terminating zero
+ * @param pcMessage   receives the text and a terminating zero; with null nothing is done
  * @param nMessageLen its size in bytes
  * @return number of bytes written, the terminator included; 0 when pcMessage is null or nMessageLen below 1
  */

@@ -41,7 +41,7 @@ class QUORVEL_API CQuorvelHexfile
     /** What loading and saving return. */
     enum EResult : unsigned int {
         eResultOk = 0,             ///< done; also when no file name was given and nothing was done
-        eResultNotOpened = 0x80,   ///< the file cannot be opened or read
+        eResultNotOpened = 0x80,   ///< the file cannot be opened or read, or is no regular file
         eResultNotSaved = 0x81,    ///< the file cannot be written; no writer reports it, see SaveFile
         eResultRecordType = 0x90,  ///< a record of an unknown type, or a file type that there is not
         eResultLineFormat = 0x91,  ///< a line that is no record, or is too short for its byte count
@@ -57,7 +57,7 @@ class QUORVEL_API CQuorvelHexfile
     struct QUORVEL_API SMemoryBlock {
         unsigned int nAddress = 0; ///< address of the first byte
         unsigned int nLength = 0;  ///< number of bytes
-        char* pData = nullptr;     ///< that many bytes, made with new[]; owned by the block
+        char* pData = nullptr;     ///< that many bytes, of new[] and owned; null only without bytes
 
         /** No bytes at address 0. */
         SMemoryBlock() = default;
@@ -205,7 +205,7 @@ class QUORVEL_API CQuorvelHexfile
 
     /**
      * @return what went wrong when loading or saving last; empty when nothing did, and for the eResultNotOpened of a
-     *         binary file that is no regular file or has 4 GiB or more
+     *         binary file that has 4 GiB or more
      */
     const std::string& GetErrorMessage() const { return m_strErrorMessage; }
 
@@ -251,7 +251,7 @@ class QUORVEL_API CQuorvelHexfile
      * What a line's reader says ends in the line, NUL characters (its line feed too) replaced by ".". The
      * message on a wrong checksum and on a type beyond eTypeBinary also goes to standard output.
      *
-     * @param pFilename the file; with null nothing is done
+     * @param pFilename the file, which must be a regular one; with null nothing is done
      * @param eType     how to read it
      * @return an EResult
      */
@@ -290,7 +290,7 @@ class QUORVEL_API CQuorvelHexfile
 
     /**
      * Appends the bytes of a file as one block at address 0. A part of LoadFile; sets no message.
-     * @param pFilename a regular file of less than 4 GiB
+     * @param pFilename a regular file of less than 4 GiB; null cannot be opened
      * @return eResultOk or eResultNotOpened
      */
     unsigned int LoadFileBinary(const char* pFilename);
@@ -352,7 +352,8 @@ class QUORVEL_API CQuorvelHexfile
      * blank ("--" for a byte that is not there), and then all bytes as characters ("." for what cannot be
      * printed, a blank for what is not there). It has no address.
      *
-     * All of them append to the zero-terminated text in the buffer, so a fresh buffer must begin with a NUL.
+     * All of them append to the zero-terminated text in the buffer, so a fresh buffer must begin with a NUL. No pointer
+     * may be null, but that to the bytes and their flags when there are none.
      * A line of n bytes needs GetNumberOfBytesNeedForLine(n) characters, in a text of several lines with a
      * line feed in place of the NUL; the whole text needs one more for its NUL.
      */

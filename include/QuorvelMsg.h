@@ -71,7 +71,7 @@ class QUORVEL_API CQuorvelMsg
      * Parses one received telegram. The fields take what was received, consistent or not; the check byte is
      * not checked (see IsCRCValid).
      *
-     * @param pBuffer    the telegram from its length bytes on
+     * @param pBuffer    the telegram from its length bytes on; null gives the empty telegram
      * @param nBufferLen number of bytes; fewer than 7 give the empty telegram
      * @return true when the telegram is complete and its length field is right
      */
@@ -111,7 +111,8 @@ class QUORVEL_API CQuorvelMsg
     static std::string ToChar(unsigned long long nValue); ///< gives 8 bytes
     ///@}
 
-    /** @name Bytes to numbers, little-endian. Exactly 2, 4 or 8 bytes are read; they must be there. */
+    /** @name Bytes to numbers, little-endian. Exactly 2, 4 or 8 bytes are read; they must be there, and pData
+     * must not be null. */
     ///@{
     static void FromChar(short& nValue, const char* pData);              ///< reads 2 bytes
     static void FromChar(unsigned short& nValue, const char* pData);     ///< reads 2 bytes

@@ -17,9 +17,11 @@ struct STraceMessage {
     unsigned char nKind;   ///< kind of message; the library sends 3
     unsigned int nSession; ///< session; the library sends 0xFFFFFFFF
     unsigned short nLine;  ///< source line that traces
-    const char* pFile;     ///< unit that traces, without file ending, for example "source/QuorvelClient"
-    const char* pText;     ///< the text, zero-terminated
-    unsigned char nFlag;   ///< the library sends 0
+    const char*
+        pFile; ///< unit that traces, without file ending, for example "source/QuorvelClient"; the library
+               ///< never sends null
+    const char* pText;   ///< the text, zero-terminated; the library never sends null
+    unsigned char nFlag; ///< the library sends 0
 };
 
 /**
@@ -45,8 +47,8 @@ class QUORVEL_API CTraceServer
      * @param nKind    kind of message
      * @param nSession session
      * @param nLine    source line
-     * @param pFile    unit that traces
-     * @param pText    zero-terminated text
+     * @param pFile    unit that traces; handed on as it is
+     * @param pText    zero-terminated text; handed on as it is
      * @param nFlag    flag
      */
     static void SendTraceMessage(unsigned char nLevel, unsigned char nKind, unsigned int nSession,

@@ -15,7 +15,7 @@
  * "0000: 05 00 09 03 2A 00 20                             ....*. ". Lines are joined by line feeds; the
  * last one has none.
  *
- * @param pData         the bytes
+ * @param pData         the bytes; must not be null unless nLen is 0
  * @param nLen          how many
  * @param nMaxLen       show at most that many; 0xFFFFFFFF shows all
  * @param nBytesPerLine bytes in a line, 1 to 256; anything else (0xFFFFFFFF) means 16
