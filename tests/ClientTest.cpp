@@ -179,18 +179,14 @@ TEST_F(ClientTest, OneExchangeAtATimeAndItsOwnWithinIt)
 TEST_F(ClientTest, WhatAnOverrideThrowsBecomesAResult)
 {
     CQuorvelMsg oMine;
-    for (const std::function<void()>& fnThrow :
-         {std::function<void()>([] { throw std::bad_alloc(); }),
-          std::function<void()>([] { throw std::runtime_error("x"); })}) {
-        CQuorvelMsg* pCnf = &oMine;
-        m_oClient.m_fnBeforeSending = fnThrow;
-        EXPECT_EQ(0xFF, m_oClient.SendMsg(REQUEST, pCnf, nullptr));
-        EXPECT_EQ(&oMine, pCnf);
-        m_oClient.m_fnBeforeSending = fnThrow;
-        EXPECT_EQ(0xFF, m_oClient.SendMsg(REQUEST, oMine, nullptr));
-        m_oPeer.Raw(Hex(GOOD));
-        std::thread([&] { m_oClient.Exchange(nullptr, 0, GOOD); }).join(); // its turn has come
-    }
+    CQuorvelMsg* pCnf = &oMine;
+    m_oClient.m_fnBeforeSending = [] { throw std::bad_alloc(); };
+    EXPECT_EQ(0xFF, m_oClient.SendMsg(REQUEST, pCnf, nullptr));
+    EXPECT_EQ(&oMine, pCnf);
+    m_oClient.m_fnBeforeSending = [] { throw std::runtime_error("x"); };
+    EXPECT_EQ(0xFF, m_oClient.SendMsg(REQUEST, oMine, nullptr));
+    m_oPeer.Raw(Hex(GOOD));
+    std::thread([&] { m_oClient.Exchange(nullptr, 0, GOOD); }).join(); // its turn has come
 }
 
 TEST_F(ClientTest, TelegramIDsCountThroughTheNegativeNumbers)

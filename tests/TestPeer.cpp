@@ -242,23 +242,17 @@ void CTestPeer::StopAnsweringAtAll()
         setsockopt(nSocket, SOL_SOCKET, SO_ATTACH_FILTER, &oProgram, sizeof oProgram);
 }
 
-void OnSmallStack(std::function<void()> fnRun)
+void OnSmallStack(const std::function<void()>& fnRun)
 {
-#ifdef QUORVEL_INSTRUMENTED
-    constexpr std::size_t STACK = 0x40000;
-#else
-    constexpr std::size_t STACK = 0x10000;
-#endif
     pthread_attr_t oAttributes;
     pthread_attr_init(&oAttributes);
-    pthread_attr_setstacksize(&oAttributes, STACK);
-    pthread_t oThread{};
-    const auto fnStart = [](void* p) -> void* {
-        return (*static_cast<std::function<void()>*>(p))(), nullptr;
-    };
-    if (pthread_create(&oThread, &oAttributes, fnStart, &fnRun) != 0)
-        throw std::runtime_error("no thread");
-    pthread_join(oThread, nullptr);
+#ifdef QUORVEL_INSTRUMENTED
+    pthread_attr_setstacksize(&oAttributes, 0x40000);
+#else
+    pthread_attr_setstacksize(&oAttributes, 0x10000);
+#endif
+    pthread_setattr_default_np(&oAttributes);
+    std::thread(fnRun).join();
 }
 
 CTraceRecorder::CTraceRecorder(unsigned char nLevelMask)

@@ -26,8 +26,8 @@ std::string Telegram(unsigned int nCode, int nID, const std::string& strData);
 // Waits for a condition; false after thirty seconds.
 bool WaitUntil(const std::function<bool()>& fnCondition);
 
-// Runs a function on a thread with a stack of 64 KiB, or four times that when instrumented.
-void OnSmallStack(std::function<void()> fnRun);
+// Runs a function on a thread with a stack of 64 KiB, or four times that when instrumented, as later ones have.
+void OnSmallStack(const std::function<void()>& fnRun);
 
 // Milliseconds that a call takes.
 template<class FCall>

@@ -155,40 +155,6 @@ TEST(ThreadsTest, DestroyingAClientWhileTelegramsStreamIn)
     oFlood.join();
 }
 
-TEST(ThreadsTest, ClosingAClientWithinItsIndication)
-{
-    CTestPeer oPeer("127.31.5.1");
-    CListener oClient;
-    oClient.m_fnRespond = [&](const std::string& strData) {
-        EXPECT_EQ(oClient.Close(), 0);
-        EXPECT_EQ(strData, "first"); // still readable
-    };
-    ASSERT_EQ(oClient.Connect("127.31.5.1", oPeer.GetPort(), 1, true), 0);
-    oPeer.Send(Telegram(0x0377, 0, "first") + Telegram(0x0377, 0, "second"));
-    EXPECT_TRUE(oPeer.WaitForEndOfClient());
-    EXPECT_EQ(oClient.Close(), 0);
-    EXPECT_EQ(oClient.m_nSeen, 1);
-}
-
-TEST(ThreadsTest, ClosingAHandleOnItsReceiveThread)
-{
-    const auto pGateway = StartGateway("127.31.6.1", 5002);
-    int nHandle = 0;
-    ASSERT_EQ(SPIOpenDevice(&nHandle, "127.31.6.1", 200), 0);
-    CZelEvent oClosed;
-    OnIncomingTelegram([&] {
-        EXPECT_EQ(SPICloseDevice(nHandle), 0);
-        EXPECT_EQ(CDeviceManager::GetDevice(nHandle), nullptr);
-        oClosed.Signal();
-    });
-    ASSERT_TRUE(pGateway->WaitForConnections(1, LONG));
-    EXPECT_TRUE(pGateway->SendIndication(0x0377, 0, "x"));
-    EXPECT_TRUE(oClosed.Wait(LONG));
-    CTraceServer::SetSink({});
-    EXPECT_EQ(SPIWriteDigital(nHandle, 5), 0x00900000);
-    EXPECT_TRUE(pGateway->WaitForConnections(0, LONG));
-}
-
 TEST(ThreadsTest, ACallbackThatAsksForAHandleDoesNotBlockAClose)
 {
     const auto pGateway = StartGateway("127.31.7.1", 5002);
