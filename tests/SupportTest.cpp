@@ -91,8 +91,9 @@ TEST(SupportTest, TextHelpers)
     EXPECT_EQ(ZelMemDump("abc", 3, 0xFFFFFFFFU, 2), "0000: 61 62  ab\n0002: 63     c");
     const std::string strLong(0x10001, 'x');
     EXPECT_EQ(ZelMemDump(strLong.data(), 257, 257, 256).substr(775), // a line of 256 bytes
-              std::string(256, 'x') + "\n0100: 78 " + std::string(766, ' ') + 'x');
-    EXPECT_EQ(ZelMemDump(strLong.data(), 17, 17, 257).substr(71), "\n0010: 78 " + std::string(46, ' ') + 'x');
+              std::string(256, 'x').append("\n0100: 78 ").append(766, ' ').append("x"));
+    EXPECT_EQ(ZelMemDump(strLong.data(), 17, 17, 257).substr(71),
+              std::string("\n0010: 78 ").append(46, ' ').append("x"));
     EXPECT_EQ(ZelMemDump(strLong.data(), 0x10001).substr(0, 12), "00000000: 78");
 
     EXPECT_EQ(ZelStrTrim(std::string(" \t a b\r\n\0", 9)), "a b");
