@@ -176,6 +176,19 @@ TEST_F(ClientTest, OneExchangeAtATimeAndItsOwnWithinIt)
         EXPECT_EQ(pRequest, m_oPeer.TakeRequest());
 }
 
+TEST_F(ClientTest, AChildProcessDoesNotWaitForAnExchangeOfItsParent)
+{
+    const unsigned int nTimeout = 1000;
+    std::thread oExchange([&] { m_oClient.Exchange(&nTimeout, 0x00040000, ""); });
+    EXPECT_NE("none", m_oPeer.TakeRequest());
+    const auto fnChild = [&] {
+        alarm(10);
+        std::_Exit(m_oClient.Restart() == 0x00030000 ? 0 : 1);
+    };
+    EXPECT_EXIT(fnChild(), testing::ExitedWithCode(0), "");
+    oExchange.join();
+}
+
 TEST_F(ClientTest, WhatAnOverrideThrowsBecomesAResult)
 {
     CQuorvelMsg oMine;

@@ -247,7 +247,7 @@ void OnSmallStack(const std::function<void()>& fnRun)
     pthread_attr_t oAttributes;
     pthread_attr_init(&oAttributes);
 #ifdef QUORVEL_INSTRUMENTED
-    pthread_attr_setstacksize(&oAttributes, 0x40000);
+    pthread_attr_setstacksize(&oAttributes, 0x100000);
 #else
     pthread_attr_setstacksize(&oAttributes, 0x10000);
 #endif

@@ -26,7 +26,7 @@ std::string Telegram(unsigned int nCode, int nID, const std::string& strData);
 // Waits for a condition; false after thirty seconds.
 bool WaitUntil(const std::function<bool()>& fnCondition);
 
-// Runs a function on a thread with a stack of 64 KiB, or four times that when instrumented, as later ones have.
+// Runs a function on a thread with a stack of 64 KiB, or 1 MiB when instrumented, as later ones have.
 void OnSmallStack(const std::function<void()>& fnRun);
 
 // Milliseconds that a call takes.

@@ -8,7 +8,6 @@
 #include "../QuorvelExport.h"
 #include "ZelMonitor.h"
 
-#include <condition_variable>
 #include <mutex>
 #include <thread>
 
@@ -78,8 +77,9 @@ class QUORVEL_API CZelTurn
     void Leave();
 
   private:
-    std::mutex m_oMutex;
-    std::condition_variable m_oCondition;
+    std::unique_lock<std::mutex> LockMonitor();
+
+    CZelMonitor m_oMonitor;
     std::thread::id m_oOwner; // whose turn it is
     unsigned int m_nDepth = 0;
     unsigned int m_nNext = 0;

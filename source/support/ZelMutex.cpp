@@ -38,13 +38,22 @@ void CZelMutex::Unlock()
     }
 }
 
+std::unique_lock<std::mutex> CZelTurn::LockMonitor()
+{
+    return m_oMonitor.Lock([this] {
+        if (m_oOwner != std::this_thread::get_id()) // the turn of a thread of the parent
+            m_nDepth = 0;
+        m_nNext = m_nServed + (m_nDepth > 0 ? 1 : 0); // and nobody waits
+    });
+}
+
 void CZelTurn::Enter()
 {
     const std::thread::id oSelf = std::this_thread::get_id();
-    std::unique_lock oLock(m_oMutex);
-    if (m_oOwner != oSelf) {
+    std::unique_lock oLock = LockMonitor();
+    if (m_nDepth == 0 || m_oOwner != oSelf) {
         const unsigned int nMine = m_nNext++;
-        m_oCondition.wait(oLock, [&] { return m_nServed == nMine; });
+        m_oMonitor.GetCondition().wait(oLock, [&] { return m_nServed == nMine; });
         m_oOwner = oSelf;
     }
     ++m_nDepth;
@@ -52,10 +61,9 @@ void CZelTurn::Enter()
 
 void CZelTurn::Leave()
 {
-    const std::lock_guard oLock(m_oMutex);
+    const std::unique_lock oLock = LockMonitor();
     if (--m_nDepth > 0)
         return;
-    m_oOwner = std::thread::id();
     ++m_nServed;
-    m_oCondition.notify_all();
+    m_oMonitor.GetCondition().notify_all();
 }
