@@ -1,6 +1,7 @@
 // The simulated Renesas programmer, test-system boxes and firmware service, in bytes written out here.
 
 #include "SimClient.h"
+#include "SimGatewayAWire.h"
 #include "SimGatewayFirmware.h"
 #include "SimGatewayRenesas.h"
 #include "SimGatewayTestBox.h"
@@ -50,6 +51,10 @@ TEST(SimulatorBoxes, CommunicationBox)
                  "0dd3 00 00 00 00 00 00 00 00 02 62=ff;0dd3 00 00 00 00 00 00 00=ff");
     EXPECT_EQ(oGateway.GetFile("a"), "123456789");
     EXPECT_EQ(oGateway.GetFile("b"), std::nullopt);
+    // Beside a file under way there is room for what it leaves of 256 MiB, with the nine bytes above.
+    CClient oOther(oGateway);
+    oOther.Talk("0dd3 00 00 00 00 f6 ff ff 0f 01 62=21");
+    oClient.Talk("0dd3 00 00 00 00 02 00 00 00 01 63=20;0dd3 00 00 00 00 01 00 00 00 01 63=21");
     // Configurations A and B of it, E of an empty file; A is set, and held by input 0.
     oClient.Talk("0dd3 00 00 00 00 00 00 00 00 01 65=00;0dd5 00 00 00 00 01 45 01 65=00;"
                  "0dd5 26 39 f4 cb 01 41 01 61=00;0dd5 26 39 f4 cb 01 42 01 61=00;"
@@ -75,6 +80,16 @@ TEST(SimulatorBoxes, ValuesAndRelays)
     CClient oClient(oRelay);
     oClient.Talk("1112 1f 01=00;1112 00 01=00;1112 20 01=ff;1112 01 02=ff;1112 01=ff;"
                  "1140=00 01 00 00 80 01 00 00 80;1112 1f 00=00;1140=00 01 00 00 00 01 00 00 00");
+}
+
+TEST(SimulatorBoxes, AWireTargetAtTheEndOfAllAddresses)
+{
+    CStarted<CSimGatewayAWire> oGateway;
+    CClient oClient(oGateway);
+    // 1 MiB of flash, the user page of 512 bytes behind it: a byte further there is no room.
+    oClient.Talk("0e05 40 42 0f 00 01 fe ef ff 00 00 10 00 00 02 00 00=23;"
+                 "0e05 40 42 0f 00 00 fe ef ff 00 00 10 00 00 02 00 00=00;"
+                 "0ee3 ff ff ff ff 01 00=00 ff;0ee3 ff ff ff ff 02 00=26");
 }
 
 TEST(SimulatorBoxes, FirmwareService)

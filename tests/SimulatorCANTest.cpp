@@ -242,6 +242,15 @@ TEST(SimulatorCANTest, NodeObeysAndTells)
     // Operational: outputs come back as inputs, behind them the temperature 21.5, on SYNC.
     EXPECT_EQ(oMaster.Do({{0x63, "01 01"}, {0x67, "01 01 78 56 34 12"}, {0x64, ""}}), "00; 00; 00");
     EXPECT_EQ(oMaster.Next(), "0267 01 01 06 78 56 34 12 d7 00");
+    // On every second SYNC, counted anew from each start: the EMCY comes before any PDO.
+    EXPECT_EQ(oMaster.Do(0x69, "01 01 00 18 02 f4 01 02 00 00 00"), "00 00 00 00 00 00");
+    for (const char* pStop : {"01 80", "01 02"}) {
+        EXPECT_EQ(oMaster.Do({{0x63, pStop}, {0x63, "01 01"}, {0x64, ""}}), "00; 00; 00");
+        oGateway.GetNode()->SendEmergency(0x1000, 1);
+        EXPECT_EQ(oMaster.Next(), "0266 01 00 10 01 00 00 00 00 00");
+    }
+    EXPECT_EQ(oMaster.Do(0x64, ""), "00");
+    EXPECT_EQ(oMaster.Next(), "0267 01 01 06 78 56 34 12 d7 00");
     // EMCY, here because of a PDO that is too short.
     EXPECT_EQ(oMaster.Do(0x67, "01 01 00 00 00"), "00");
     EXPECT_EQ(oMaster.Next(), "0266 01 10 82 11 00 00 00 00 00");
@@ -320,12 +329,16 @@ TEST(SimulatorCANTest, MasterAgainstANodeMadeOfFrames)
     Sees("80 00 10 00 00 00 03 05");
     EXPECT_EQ(oWaiting.Confirmation(0x68), "fd 05 00 00 03 05");
     // Segments down, which this master never sends.
-    for (const char* pFrame :
-         {"21 10 20 00 08 00 00 00", "00 41 42 43 44 45 46 47", "1d 48 00 00 00 00 00 00"})
-        oWire.Request(0x0203, Hex(std::string("01 06 00 00 00 ") + pFrame));
-    EXPECT_EQ(oWire.Next(2),
-              "0203 81 05 00 00 00 60 10 20 00 00 00 00 00; 0203 81 05 00 00 00 20 00 00 00 00 00 00 00");
-    EXPECT_EQ(oWire.Next(), "0203 81 05 00 00 00 30 00 00 00 00 00 00 00");
+    for (const auto& [pSize, pEnd] : {std::pair("09", "80 10 20 00 10 00 07 06"),
+                                      {"07", "80 10 20 00 10 00 07 06"},
+                                      {"08", "30 00 00 00 00 00 00 00"}}) {
+        oWire.Request(0x0203, Hex(std::string("01 06 00 00 00 21 10 20 00 ") + pSize + " 00 00 00"));
+        oWire.Request(0x0203, Hex("01 06 00 00 00 00 41 42 43 44 45 46 47"));
+        oWire.Request(0x0203, Hex("01 06 00 00 00 1d 48 00 00 00 00 00 00"));
+        EXPECT_EQ(oWire.Next(2),
+                  "0203 81 05 00 00 00 60 10 20 00 00 00 00 00; 0203 81 05 00 00 00 20 00 00 00 00 00 00 00");
+        EXPECT_EQ(oWire.Next(), "0203 81 05 00 00 00 " + std::string(pEnd));
+    }
     EXPECT_EQ(oGateway.GetNode()->GetMemory(), "ABCDEFGH");
 }
 

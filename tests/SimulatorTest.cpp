@@ -120,6 +120,11 @@ TEST(SpiGateway, Sequences)
                  "0314 08=20;0314 07 00 00 08=20;0314 07 01 00 06=20;0314 07 01 00 00 08=20;"
                  "0314 07 ff ff 06 08=20"); // collects more than an answer holds
     EXPECT_EQ(oSPI.GetOutputs(), 1U);
+    // Loops within loops, up to eight.
+    const std::string strHeads =
+        Hex("07 01 00 07 01 00 07 01 00 07 01 00 07 01 00 07 01 00 07 01 00 07 01 00");
+    EXPECT_EQ(oClient.Ask(0x0314, strHeads + '\6' + std::string(8, '\x08')), "00 01 00 00 00");
+    EXPECT_EQ(oClient.Ask(0x0314, "\7\1" + ('\0' + strHeads) + '\6' + std::string(9, '\x08')), "20");
 }
 
 TEST(SpiGateway, SequencesTakeTheirTimeWhileOthersAreServed)
@@ -216,11 +221,13 @@ TEST(Simulator, ConnectionsAndIndications)
     oDIO.SetMaxConnections(1);
     CClient oFirst(oDIO);
     ASSERT_TRUE(oDIO.WaitForConnections(1, 20000));
-    CClient oSecond(oDIO);
+    CClient(oDIO).Talk("050a=01");
+    ASSERT_TRUE(oDIO.WaitForConnections(1, 20000));
+    CClient oSecond(oDIO); // who was refused leaves no place
     oSecond.Talk("050a=01");
     oFirst.Talk("050a=00 6f 6b");
     EXPECT_EQ(oDIO.GetConnectionCount(), 2U);
-    EXPECT_EQ(oDIO.GetRequestCount(), 2ULL);
+    EXPECT_EQ(oDIO.GetRequestCount(), 3ULL);
     EXPECT_TRUE(oDIO.SendIndication(0x0533, -1, "\xAA\xBB"));
     EXPECT_EQ(oFirst.Receive(9), "07 00 33 05 ff ff aa bb 27");
     oDIO.DropConnections();
