@@ -35,7 +35,8 @@ TEST(SimulatorBoxes, RenesasTarget)
     oClient.Talk("0923 00 01=ff;0928 ff 0f 00 10=00 f1 00;0928 00 00 ff ff=00 00 f3;0928 01 00 00 00=ff;"
                  "0929 01 00=00;0929 10 00=22");
     // A wrong ID locks the target again.
-    oClient.Talk("0921 ff ff ff ff ff ff fe=21;0924=21;0921 ff ff ff ff ff ff ff=00;0924=00;0927=00;0927=20");
+    oClient.Talk("0921 ff ff ff ff ff ff fe=21;0924=21;0921 ff ff ff ff ff ff ff=00;0920=00;0924=21;"
+                 "0921 ff ff ff ff ff ff ff=00;0924=00;0927=00;0927=20");
     EXPECT_EQ(oGateway.Peek(0, 65536), std::string(65536, '\xFF'));
 }
 
@@ -61,6 +62,10 @@ TEST(SimulatorBoxes, CommunicationBox)
                  "0dd5 27 39 f4 cb 01 41 01 61=22;0dd5 26 39 f4 cb 01 41 01 7a=20;0dd5 26 39 f4 cb 01 "
                  "41=ff;0dd2 41=00 01 26 39 f4 cb;0dd2 7a=00 00 00 00 00 00;0d06=00;"
                  "0d05 7a=25;0d05 45=25;0d05 41=00;0d05 41=23;0d41 01 00 00 00=00;0d05 42=24;0d06=00 41");
+    // After a restart none is active, so that nothing holds the first.
+    oGateway.Stop();
+    ASSERT_TRUE(oGateway.Start(strAddress, 0));
+    CClient(oGateway).Talk("0d06=00;0d41 01 00 00 00=00;0d05 41=00");
 }
 
 TEST(SimulatorBoxes, ValuesAndRelays)
@@ -90,6 +95,19 @@ TEST(SimulatorBoxes, AWireTargetAtTheEndOfAllAddresses)
     oClient.Talk("0e05 40 42 0f 00 01 fe ef ff 00 00 10 00 00 02 00 00=23;"
                  "0e05 40 42 0f 00 00 fe ef ff 00 00 10 00 00 02 00 00=00;"
                  "0ee3 ff ff ff ff 01 00=00 ff;0ee3 ff ff ff ff 02 00=26");
+    // Erasing the last block, which has half the size, leaves the user page behind it alone.
+    oClient.Talk("0e05 40 42 0f 00 00 00 00 00 00 80 00 00 00 02 00 00=00");
+    {
+        CClient oWriter(oGateway);
+        oWriter.Request(0x0EE4, Hex("00 00 00 00 01 00 41"));
+        EXPECT_TRUE(WaitUntil([&] { return oGateway.Peek(0x8000, 1) == "A"; }));
+        oClient.Talk("0ee2 00 00=00;0ee3 00 80 00 00 01 00=00 41");
+        // Who leaves with a write under way holds up nobody.
+        oGateway.SetPageTime(1h);
+        oWriter.Request(0x0EE4, Hex("01 00 00 00 01 00 42"));
+        EXPECT_TRUE(WaitUntil([&] { return oClient.Ask(0x0EE5, "") == "21"; }));
+    }
+    EXPECT_TRUE(WaitUntil([&] { return oClient.Ask(0x0EE5, "") == "00"; }));
 }
 
 TEST(SimulatorBoxes, FirmwareService)
@@ -103,6 +121,7 @@ TEST(SimulatorBoxes, FirmwareService)
                  "00e1 00 00 ff ff 02 00=02;00e1 00 00 00 00 f8 ff=02;00e1 00 00 00 00 01=ff;"
                  "00e2 00 00 ff fe 61 62=00;00e2 00 00 ff ff 63 64=02;"
                  "00e1 00 00 ff fd 03 00=00 ff 61 62;00e4 80 00=ff;00e6=ff;03e3=ff;00e3=00");
+    EXPECT_EQ(oClient.Ask(0x00E5, strBlock + 'z'), "ff");
     EXPECT_EQ(oClient.Ask(0x00E5, strBlock), "00");
     EXPECT_EQ(oGateway.PeekFlash(260095, 3000), "\xFF" + std::string(2048, 'z'));
     EXPECT_EQ(Hex(oClient.Ask(0x00E4, Hex("7f 00"))), '\0' + std::string(2048, 'z'));
