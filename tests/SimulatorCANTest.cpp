@@ -186,10 +186,13 @@ TEST(SimulatorCANTest, BusErrors)
 
     // While the bus is held, 32 frames wait and the next finds no room.
     oBus.Hold(true);
+    oClient.Request(0x0203, Hex("04 00 00 00 00"));
+    EXPECT_EQ(oClient.Do(0x07, "01 20 a1 07 00 00 00 00"), "00"); // listening, it takes the frame back
+    EXPECT_EQ(oClient.Confirmation(0x03), "21");
+    EXPECT_EQ(oClient.Do(0x07, "00 20 a1 07 00 00 00 00"), "00");
     for (unsigned i = 0; i < 33; i++)
         oClient.Request(0x0203, Hex("04 00 00 00 00"));
     EXPECT_EQ(oClient.Confirmation(0x03), "22");
-    EXPECT_EQ(oClient.Do(0x07, "00 20 a1 07 00 00 00 00"), "00"); // as before: they wait on
     oBus.Hold(false);
     for (unsigned i = 0; i < 32; i++) {
         EXPECT_EQ(oClient.Confirmation(0x03), "00");
