@@ -11,6 +11,8 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel
     COMPONENT development
     FILES_MATCHING PATTERN "*.h")
+install(CODE "set(libdir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
+include(${CMAKE_CURRENT_LIST_DIR}/TellLoader.cmake)" COMPONENT library)
 if(TARGET quorvel-sim)
     install(TARGETS quorvel-sim RUNTIME COMPONENT tools)
 endif()
@@ -20,8 +22,13 @@ if(TARGET quorvel-command)
     install(DIRECTORY ${QUORVEL_PAGES_DIR}/man-compressed/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
     install(FILES ${QUORVEL_PAGES_DIR}/completion/quorvel
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
-    install(FILES ${QUORVEL_PAGES_DIR}/completion/_quorvel
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
+    # Debian's zsh looks for what packages bring in another place than for what administrators add.
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(QUORVEL_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+    else()
+        set(QUORVEL_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    endif()
+    install(FILES ${QUORVEL_PAGES_DIR}/completion/_quorvel DESTINATION ${QUORVEL_ZSH_DIR} COMPONENT tools)
     install(FILES ${QUORVEL_PAGES_DIR}/completion/quorvel.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()

@@ -1,9 +1,8 @@
-# Read by ctest. Every unit test is labelled with the name of its suite (which is the name of its file) without
-# "Test", in lower case: ThreadsTest.X has the label "threads".
+# Read by ctest. Every unit test is labelled with the name of its suite without "Test", in lower case: ThreadsTest.X
+# has the label "threads", SpiFlash.X "spiflash".
 foreach(name IN LISTS quorvel_test_names)
-    string(REGEX MATCH "([A-Za-z0-9]+)Test\\." suite "${name}")
-    if(suite)
-        string(TOLOWER "${CMAKE_MATCH_1}" label)
-        set_tests_properties("${name}" PROPERTIES LABELS "${label}")
-    endif()
+    string(REGEX MATCH "([A-Za-z0-9]+)\\." suite "${name}")
+    string(REGEX REPLACE "Test$" "" label "${CMAKE_MATCH_1}")
+    string(TOLOWER "${label}" label)
+    set_tests_properties("${name}" PROPERTIES LABELS "${label}")
 endforeach()

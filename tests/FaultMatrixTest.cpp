@@ -41,9 +41,8 @@ const SFault aoFaults[] = {
     {"badcode", "badcode@n", 0x000B0000},
     {"badid", "badid=0x4000@n", 0x00040000},
     {"dropped", "drop@n", 0x00040000},
-    {"late", "delay=500@n;delay=500@m", 0x00040000}, // while the next command waits
     {"shortlength", "truncate=1@n;shortlength@n", 0x000A0000, ELeft::eStream},
-    {"longlength", "longlength@n", 0x00040000, ELeft::eStream},
+    {"longlength", "longlength=1000@n", 0x00040000, ELeft::eStream}, // more than indications fill up
     {"hugelength", "longlength=0xFFFF@n", 0x00040000, ELeft::eStream},
     {"silent", "silent@n", 0x00040000, ELeft::eStream},
     {"reset", "reset@n", 0x00040000, ELeft::eNothing},
@@ -137,6 +136,7 @@ void Check(const SKind& oKind, const SCommand& oCommand, const SFault& oFault, C
         o.SetTimeout(SHORT);
         o.pClient->RemoveOldMsgs(); // what came late or twice: its telegram id is used again
         o.oGateway.SetFaultPlan({});
+        o.SetTimeout(LONG);
         EXPECT_TRUE(WaitUntil([&] { return o.Connect() == 0; }));
     }
     o.SetTimeout(LONG);
@@ -195,7 +195,7 @@ TEST(LateAnswerTest, IsNotTakenForThatOfTheNextCommand)
         const SCommand& oNext = oKind.aoCommands[(n + 1) % oKind.aoCommands.size()];
         if ((oFirst.strName + oNext.strName).find("Restart") != std::string::npos)
             return;
-        SSession o(oKind, oGateway, "delay=500@n;delay=500@m");
+        SSession o(oKind, oGateway, "glue=2@n;glue=2@m");
         o.SetTimeout(SHORT);
         EXPECT_EQ(Expected(oFirst, 0x00040000), o.Run(oFirst));
         o.SetTimeout(LONG);

@@ -94,7 +94,8 @@ TEST(SimulatorCANTest, FramesReachAllOthers)
         EXPECT_EQ(pClient->Next(2), "0203 ff ff ff 1f 01; 0203 7f 07 00 00 02");
     }
     // What cannot be a frame: nothing arrives anywhere.
-    for (const char* pBad : {"00 08 00 00 00", "23 01 00 00 00 00 00 00 00 00 00 00 00 00"})
+    for (const char* pBad : {"00 08 00 00 00", "23 01 00 00 00 00 00 00 00 00 00 00 00 00",
+                             "23 01 00 00 08 00 00 00 00 00 00 00 00 00 00"})
         EXPECT_EQ(oSender.Do(0x03, pBad), "21") << pBad;
     // Monitoring, its own frame comes back behind the confirmation. Without confirmation the next answer is another.
     EXPECT_EQ(oSender.Do(0x05, "01 01"), "00");
@@ -141,7 +142,7 @@ TEST(SimulatorCANTest, Filters)
     CCanClient oSender(oSecond), oClient(oGateway);
     // 0x100 to 0x10F; and 29-bit identifiers ending in 0x55.
     const std::string strFilter =
-        "f0 07 00 80 00 01 00 00 ff 00 00 80 55 00 00 80 " + ToHex(std::string(48, '\0'));
+        "f0 07 00 80 05 01 00 00 ff 00 00 80 55 00 00 80 " + ToHex(std::string(48, '\0'));
     EXPECT_EQ(oClient.Do(0x20, strFilter), "00");
     EXPECT_EQ(oClient.Do(0x21, ""), "00 " + strFilter);
     for (const char* pFrame :
@@ -156,6 +157,7 @@ TEST(SimulatorCANTest, ClockPowerAndCard)
     CCanClient oClient(oGateway), oOther(oGateway);
     EXPECT_NEAR(SimGet32(Hex(oClient.Do(0x0E, "")), 2), static_cast<double>(time(nullptr)), 20);
     EXPECT_EQ(oClient.Do(0x0B, "40 42 0f 00 00 00 00 00"), "00");
+    EXPECT_EQ(oClient.Do({{0x0B, "00 00 00 00 40 42 0f 00"}, {0x24, "10 00 00 00"}}), "ff; ff");
     const std::string strTime = oClient.Do(0x0E, "");
     EXPECT_EQ(strTime.substr(0, 5), "00 01");
     EXPECT_NEAR(SimGet32(Hex(strTime), 2), 1000010, 10);
@@ -184,6 +186,10 @@ TEST(SimulatorCANTest, BusErrors)
 
     // While the bus is held, 32 frames wait and the next finds no room.
     oBus.Hold(true);
+    oClient.Request(0x0203, Hex("04 00 00 00 00"));
+    EXPECT_EQ(oClient.Do(0x07, "01 20 a1 07 00 00 00 00"), "00"); // listening, it takes the frame back
+    EXPECT_EQ(oClient.Confirmation(0x03), "21");
+    EXPECT_EQ(oClient.Do(0x07, "00 20 a1 07 00 00 00 00"), "00");
     for (unsigned i = 0; i < 33; i++)
         oClient.Request(0x0203, Hex("04 00 00 00 00"));
     EXPECT_EQ(oClient.Confirmation(0x03), "22");
@@ -213,7 +219,7 @@ TEST(SimulatorCANTest, CanOpenServicesAreFrames)
         {0x64, "", "80 00 00 00 00", "0264 00"},
         {0x65, "34 12 dd cc bb 0a", "00 01 00 00 00 dd cc bb 0a 34 12",
          "026d 00 01 00 00 00 dd cc bb 0a 34 12"},
-        {0x67, "05 01 01 02 03", "05 02 00 00 00 01 02 03", "0267 05 81 03 01 02 03"},
+        {0x67, "05 04 01 02 03", "05 05 00 00 00 01 02 03", "0267 05 84 03 01 02 03"},
     };
     for (const auto& oRow : aoRows) {
         EXPECT_EQ(oMaster.Do(oRow.nCommand, oRow.pData), "00") << oRow.pData;
@@ -221,12 +227,21 @@ TEST(SimulatorCANTest, CanOpenServicesAreFrames)
         EXPECT_EQ(oOther.Next(), oRow.pIndication);
     }
     EXPECT_EQ(oMaster.Do({{0x63, "01 03"}, {0x67, "05 05"}}), "ff; ff");
+    // An EMCY is filled up; a heartbeat without a state is none.
+    EXPECT_EQ(oWire.Do({{0x03, "85 00 00 00 00 aa"}, {0x03, "05 07 00 00 00"}}), "00; 00");
+    for (CCanClient* pClient : {&oMaster, &oOther})
+        EXPECT_EQ(pClient->Next(2), "0266 05 aa 00 00 00 00 00 00 00; 026d 05 07 00 00 00");
     // The periodic SYNC goes to all clients.
     const auto oStart = TClock::now();
     EXPECT_EQ(oMaster.Do(0x62, "64 00"), "00");
     EXPECT_EQ(oWire.Next(3), "0203 80 00 00 00 00; 0203 80 00 00 00 00; 0203 80 00 00 00 00");
     EXPECT_GE(TClock::now() - oStart, 250ms);
     EXPECT_EQ(oMaster.Next(2), "0264 00; 0264 00");
+    // It ends with CANopen, while the node's heartbeat goes on.
+    EXPECT_EQ(oMaster.Do(0x69, "02 01 17 10 00 f4 01 32 00 00 00"), "00 00 00 00 00 00");
+    EXPECT_EQ(oMaster.Do({{0x62, "01 00"}, {0x60, "00"}}), "00; 00");
+    CCanClient oLate(oPlain);
+    EXPECT_EQ(oLate.Next(2), "0203 01 07 00 00 00 7f; 0203 01 07 00 00 00 7f");
 }
 
 TEST(SimulatorCANTest, NodeObeysAndTells)
@@ -242,11 +257,21 @@ TEST(SimulatorCANTest, NodeObeysAndTells)
     // Operational: outputs come back as inputs, behind them the temperature 21.5, on SYNC.
     EXPECT_EQ(oMaster.Do({{0x63, "01 01"}, {0x67, "01 01 78 56 34 12"}, {0x64, ""}}), "00; 00; 00");
     EXPECT_EQ(oMaster.Next(), "0267 01 01 06 78 56 34 12 d7 00");
+    // On every second SYNC, counted anew from each start: the EMCY comes before any PDO.
+    EXPECT_EQ(oMaster.Do(0x69, "01 01 00 18 02 f4 01 02 00 00 00"), "00 00 00 00 00 00");
+    for (const char* pStop : {"01 80", "01 02"}) {
+        EXPECT_EQ(oMaster.Do({{0x63, pStop}, {0x63, "01 01"}, {0x64, ""}}), "00; 00; 00");
+        oGateway.GetNode()->SendEmergency(0x1000, 1);
+        EXPECT_EQ(oMaster.Next(), "0266 01 00 10 01 00 00 00 00 00");
+    }
+    EXPECT_EQ(oMaster.Do(0x64, ""), "00");
+    EXPECT_EQ(oMaster.Next(), "0267 01 01 06 78 56 34 12 d7 00");
     // EMCY, here because of a PDO that is too short.
     EXPECT_EQ(oMaster.Do(0x67, "01 01 00 00 00"), "00");
     EXPECT_EQ(oMaster.Next(), "0266 01 10 82 11 00 00 00 00 00");
-    // Heartbeat; stopped, there are neither SDO nor EMCY, but heartbeats.
+    // Heartbeat, whatever comes later; stopped, there are neither SDO nor EMCY, but heartbeats.
     const auto oStart = TClock::now();
+    EXPECT_EQ(oMaster.Do(0x62, "60 ea"), "00"); // SYNC every minute
     EXPECT_EQ(oMaster.Do(0x69, "02 01 17 10 00 f4 01 64 00 00 00"), "00 00 00 00 00 00");
     EXPECT_EQ(oMaster.Next(2), "026c 01 05; 026c 01 05");
     EXPECT_GE(TClock::now() - oStart, 200ms);
@@ -277,6 +302,7 @@ TEST(SimulatorCANTest, ObjectsThroughTheMaster)
         {0x68, "01 00 30 00 f4 01", "fd 06 00 00 02 06"},
         {0x69, "01 01 00 20 00 f4 01 00 00 00 00", "fd 06 10 00 07 06"},
         {0x68, "02 00 10 00 01 00", "fc 05 00 00 04 05"},
+        {0x69, "05 01 00 20 00 f4 01 00 00 00 00", "ff"}, // no value has five bytes
     };
     for (const auto& oRow : aoRows)
         EXPECT_EQ(oMaster.Do(oRow.nCommand, oRow.pRequest), oRow.pAnswer) << oRow.pRequest;
@@ -319,14 +345,34 @@ TEST(SimulatorCANTest, MasterAgainstANodeMadeOfFrames)
     Sees("60 00 00 00 00 00 00 00", "10 31 32 33 34 35 36 37");
     Sees("80 00 10 00 00 00 03 05");
     EXPECT_EQ(oWaiting.Confirmation(0x68), "fd 05 00 00 03 05");
+    // More than an answer holds; and a client that leaves in the middle.
+    oMaster.Request(0x026A, Hex("05 00 20 01 20 4e"));
+    Sees("a4 00 20 01 7f 00 00 00", "c6 00 20 01 f3 ff 00 00");
+    Sees("80 00 20 01 05 00 04 05");
+    EXPECT_EQ(oMaster.Confirmation(0x6A), "fd 05 05 00 04 05");
+    {
+        CCanClient oLeaving(oGateway);
+        oLeaving.Request(0x0268, Hex("05 00 10 00 20 4e"));
+        Sees("40 00 10 00 00 00 00 00");
+    }
+    Sees("80 00 10 00 00 00 04 05");
     // Segments down, which this master never sends.
-    for (const char* pFrame :
-         {"21 10 20 00 08 00 00 00", "00 41 42 43 44 45 46 47", "1d 48 00 00 00 00 00 00"})
-        oWire.Request(0x0203, Hex(std::string("01 06 00 00 00 ") + pFrame));
-    EXPECT_EQ(oWire.Next(2),
-              "0203 81 05 00 00 00 60 10 20 00 00 00 00 00; 0203 81 05 00 00 00 20 00 00 00 00 00 00 00");
-    EXPECT_EQ(oWire.Next(), "0203 81 05 00 00 00 30 00 00 00 00 00 00 00");
+    for (const auto& [pSize, pEnd] : {std::pair("09", "80 10 20 00 10 00 07 06"),
+                                      {"07", "80 10 20 00 10 00 07 06"},
+                                      {"08", "30 00 00 00 00 00 00 00"}}) {
+        oWire.Request(0x0203, Hex(std::string("01 06 00 00 00 21 10 20 00 ") + pSize + " 00 00 00"));
+        oWire.Request(0x0203, Hex("01 06 00 00 00 00 41 42 43 44 45 46 47"));
+        oWire.Request(0x0203, Hex("01 06 00 00 00 1d 48 00 00 00 00 00 00"));
+        EXPECT_EQ(oWire.Next(2),
+                  "0203 81 05 00 00 00 60 10 20 00 00 00 00 00; 0203 81 05 00 00 00 20 00 00 00 00 00 00 00");
+        EXPECT_EQ(oWire.Next(), "0203 81 05 00 00 00 " + std::string(pEnd));
+    }
     EXPECT_EQ(oGateway.GetNode()->GetMemory(), "ABCDEFGH");
+    // The end of reading blocks before the blocks.
+    for (const char* pFrame : {"a0 10 20 00 7f 00 00 00", "a1 00 00 00 00 00 00 00"})
+        oWire.Request(0x0203, Hex(std::string("01 06 00 00 00 ") + pFrame));
+    EXPECT_EQ(oWire.Next(), "0203 81 05 00 00 00 c6 10 20 00 08 00 00 00");
+    EXPECT_EQ(oWire.Next(), "0203 81 05 00 00 00 80 10 20 00 01 00 04 05");
 }
 
 TEST(SimulatorCANTest, ManyFramesFromManyThreads)

@@ -152,6 +152,8 @@ TEST(SimulatorI2CTest, MemoriesAreBusyWhileTheyWrite)
               "0111 a0 00 00 01 42=20 00 00;0112 a0 00 02 00 00 00 00 01 00=20");
     EXPECT_GE(Duration("0119 a0 00 00 00 02 00 00 00 01 42=25"), 100);
     EXPECT_EQ(ToHex(pMemory->Peek(0, 2)), "42 ff");
+    pMemory->PowerCycle();
+    oI2C.Talk("0111 a0 00=00 00 00");
 }
 
 TEST(SimulatorI2CTest, Thermometer)

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <deque>
 
 namespace
 {
@@ -41,6 +42,8 @@ TEST(Simulator, AnswersTelegramsHoweverTheyAreCut)
                      "05 00 99 05 03 00 9f 05 00 09 03 03 00 09") +
                  strR2);
     EXPECT_EQ(oClient.Receive(26), "06 00 99 85 03 00 ff e0 06 00 09 83 03 00 ff 76 " + strA2);
+    oClient.Send(Hex("fe ff 40 05 01 00") + std::string(65529, '\0') + '\x44' + strR1); // 65536 bytes
+    EXPECT_EQ(oClient.Receive(10), strA1);
 }
 
 TEST(Simulator, CommonCommands)
@@ -65,7 +68,8 @@ TEST(SpiFlash, KeepsTheRulesOfTheChip)
     Talk("02 00 00 00 00;06 00;05 00=ff 00;06;05 00 00=ff 02 02;04;02 00 00 00 00");
     EXPECT_EQ(oFlash.Peek(0, 1), "\xFF");
     // Wraps within the page, clears bits only, and needs the latch again afterwards.
-    Talk("06;02 00 01 fe 11 22 33 44;05 00=ff 00;03 00 01 fe 00 00 00=ff ff ff ff 11 22 ff;"
+    Talk("06;02 00 01 fe;05 00=ff 02;02 00 01 fe 11 22 33 44;05 00=ff 00;03 00 01 fe 00 00 00=ff ff ff ff 11 "
+         "22 ff;"
          "0b 00 01 00 00 00 00 00=ff ff ff ff ff 33 44 ff;06;02 00 01 fe 0f");
     EXPECT_EQ(ToHex(oFlash.Peek(0x1FE, 2)), "01 22");
     // Reading goes on at the start; the address has 23 bits.
@@ -86,6 +90,8 @@ TEST(SpiFlash, AnswersOnlyTheStatusWhileBusy)
     Converse("06;02 00 00 01 42;05 00=ff 03;9f 00=ff ff;03 00 00 00 00=ff ff ff ff ff;04;20 00 00 00;"
              "05 00=ff 03",
              Ask);
+    oFlash.PowerCycle();
+    EXPECT_EQ(Ask("9f 00"), "ff c2");
 }
 
 TEST(SpiGateway, GlobalsAndTransfers)
@@ -116,10 +122,15 @@ TEST(SpiGateway, Sequences)
     // Twice: (an id byte, three times the inputs). Then bad sequences, which do nothing at all.
     oClient.Talk("0314 05 01 00 00 00 07 02 00 03 01 00 9f 01 00 07 03 00 06 08 08="
                  "00 c2 01 00 00 00 01 00 00 00 01 00 00 00 c2 01 00 00 00 01 00 00 00 01 00 00 00;"
-                 "0314 05 99 00 00 00 09=30;0314=20;0314 01 02 00 05=20;0314 01 00 00=20;"
+                 "0314 05 99 00 00 00 09=30;0314=20;0314 01 02 00 05=20;0314 05 98 00 00 00 01 00 00=20;"
                  "0314 08=20;0314 07 00 00 08=20;0314 07 01 00 06=20;0314 07 01 00 00 08=20;"
                  "0314 07 ff ff 06 08=20"); // collects more than an answer holds
     EXPECT_EQ(oSPI.GetOutputs(), 1U);
+    // Loops within loops, up to eight.
+    const std::string strHeads =
+        Hex("07 01 00 07 01 00 07 01 00 07 01 00 07 01 00 07 01 00 07 01 00 07 01 00");
+    EXPECT_EQ(oClient.Ask(0x0314, strHeads + '\6' + std::string(8, '\x08')), "00 01 00 00 00");
+    EXPECT_EQ(oClient.Ask(0x0314, "\7\1" + ('\0' + strHeads) + '\6' + std::string(9, '\x08')), "20");
 }
 
 TEST(SpiGateway, SequencesTakeTheirTimeWhileOthersAreServed)
@@ -216,11 +227,19 @@ TEST(Simulator, ConnectionsAndIndications)
     oDIO.SetMaxConnections(1);
     CClient oFirst(oDIO);
     ASSERT_TRUE(oDIO.WaitForConnections(1, 20000));
-    CClient oSecond(oDIO);
+    CClient(oDIO).Talk("050a=01");
+    ASSERT_TRUE(oDIO.WaitForConnections(1, 20000));
+    CClient oSecond(oDIO); // who was refused leaves no place
     oSecond.Talk("050a=01");
     oFirst.Talk("050a=00 6f 6b");
     EXPECT_EQ(oDIO.GetConnectionCount(), 2U);
-    EXPECT_EQ(oDIO.GetRequestCount(), 2ULL);
+    EXPECT_EQ(oDIO.GetRequestCount(), 3ULL);
+    // Of those who are refused, 64 stay; the next is not even talked to.
+    std::deque<CClient> aoRefused;
+    while (aoRefused.size() < 63)
+        aoRefused.emplace_back(oDIO);
+    ASSERT_TRUE(oDIO.WaitForConnections(65, 20000));
+    EXPECT_EQ(CClient(oDIO).ReceiveAll(), "");
     EXPECT_TRUE(oDIO.SendIndication(0x0533, -1, "\xAA\xBB"));
     EXPECT_EQ(oFirst.Receive(9), "07 00 33 05 ff ff aa bb 27");
     oDIO.DropConnections();

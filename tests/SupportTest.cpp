@@ -95,6 +95,7 @@ TEST(SupportTest, TextHelpers)
     EXPECT_EQ(ZelMemDump(strLong.data(), 17, 17, 257).substr(71),
               std::string("\n0010: 78 ").append(46, ' ').append("x"));
     EXPECT_EQ(ZelMemDump(strLong.data(), 0x10001).substr(0, 12), "00000000: 78");
+    EXPECT_EQ(ZelMemDump(strLong.data(), 0x10000).substr(0, 8), "0000: 78");
 
     EXPECT_EQ(ZelStrTrim(std::string(" \t a b\r\n\0", 9)), "a b");
     EXPECT_EQ(ZelStrTrim(std::string("\0 ", 2)), "");

@@ -1,5 +1,5 @@
     $ quorvel() { command quorvel -g "$GATEWAY" "$@"; }
-    $ start() { exec 3< <(exec timeout 50 quorvel-sim --address 127.90.2.3 --fault "$1"); sim=$!; read -r -u 3; }
+    $ start() { exec 3< <(exec timeout 120 quorvel-sim --address 127.90.2.3 --fault "$1"); sim=$!; read -r -u 3; }
     $ stop() { kill $sim; cat <&3; }
     $ stored() { until quorvel i2c transfer -y 0 "w0@$1" 2>/dev/null; do :; done; }
 

@@ -1,5 +1,5 @@
     $ quorvel() { command quorvel -g "$GATEWAY" "$@"; }
-    $ simulator() { exec 9< <(exec timeout 50 quorvel-sim --address "$@"); pids="${pids-} $!"; read -r -t 20 <&9; }
+    $ simulator() { exec 9< <(exec timeout 120 quorvel-sim --address "$@"); pids="${pids-} $!"; read -r -t 20 <&9; }
 
 Transfers:
 
@@ -194,7 +194,7 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     >     for byte in body[2:]: crc ^= byte
     >     c.sendall(body + bytes([crc]))
     > END
-    $ exec 8< <(exec timeout 50 python3 zeros.py); read -r -t 20 <&8
+    $ exec 8< <(exec timeout 120 python3 zeros.py); read -r -t 20 <&8
     $ command quorvel -g 127.90.1.16 -q spi flash write -D a.bin --size 8M
     quorvel: program flash at 0x0: the flash does not take the write enable command: status 0x00
     [1]

@@ -40,7 +40,7 @@ Files that are none:
 
 A box that takes only part of a file, and one that does not answer:
 
-    $ start() { exec 3< <(exec timeout 50 quorvel-sim --address 127.90.2.4 --fault "$1"); read -r -u 3; }
+    $ start() { exec 3< <(exec timeout 120 quorvel-sim --address 127.90.2.4 --fault "$1"); read -r -u 3; }
     $ stop() { kill $!; cat <&3; }
     $ head -c 100000 /dev/zero > line3.cfg
     $ start 'COM:refuse=0@2'
