@@ -520,7 +520,8 @@ int CTargetInfo::Run(CTool& oTool)
         return nStatus;
     if (!oTool.GetOptions().bJson) {
         for (const auto& [strKey, oValue] : oInfo.items())
-            fmt::print("{:<9} {}\n", strKey, oValue.is_string() ? oValue.get<std::string>() : oValue.dump());
+            fmt::print("{:<9} {}\n", strKey,
+                       oValue.is_string() ? ToHarmless(oValue.get<std::string>()) : oValue.dump());
     }
     oInfo["memories"] = CJson::array();
     for (const SMemory& oMemory : pTarget->GetMemories()) {

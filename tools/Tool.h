@@ -43,6 +43,9 @@ enum class EProgress {
     eNone   ///< not at all
 };
 
+/// @return JSON as one line of ASCII, whatever bytes its texts have
+std::string FormatJson(const CJson& oData);
+
 /// The port indexes begin at 0; the library's handles and the simulator have as many.
 constexpr unsigned MAX_PORT_INDEX = 99;
 
@@ -123,7 +126,10 @@ class CTool
     /// Prints data that is JSON: one line on standard output.
     static void PrintJson(const CJson& oData);
 
-    /// Prints an error. @return the status; after Ctrl-C, without printing, the signal's status
+    /**
+     * Prints an error; like all that is reported, it is one line and harmless, whatever texts it quotes.
+     * @return the status; after Ctrl-C, without printing, the signal's status
+     */
     int Fail(EStatus eStatus, const std::string& strText) const;
 
     /// Prints a remark on standard error, unless -q.
@@ -175,6 +181,7 @@ class CTool
     void AddOptions();
     int Parse(int argc, char** argv);
     int Usage(const std::string& strText) const;
+    std::string GetArgumentError(const CLI::ParseError& oError) const;
     void Report(const std::string& strText) const;
     int FlushOutput(int nStatus) const;
     int CloseTrace(int nStatus);

@@ -247,7 +247,7 @@ class CCanDump : public CReceiveVerb
                         {"data", ToHex(oFrame.strData, "")}};
             if (oFrame.bRemote)
                 oData["length"] = oFrame.GetLength();
-            strText += oData.dump() + "\n";
+            strText += FormatJson(oData) + "\n";
         } else if (m_bLogForm) {
             AppendLogLine(strText, oRecord, m_oTime, m_bDirection, m_oForm.bRawDlc);
         } else {
