@@ -602,6 +602,19 @@ CTargetFlash::CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts)
         Example(oTexts, "flash -U flash:r:backup.hex:i -U flash:w:diag.hex")));
 }
 
+std::vector<std::string> CTargetFlash::GetFiles() const
+{
+    std::vector<std::string> astrFiles;
+    std::vector<std::string> astrOperations = m_astrOperations;
+    astrOperations.push_back(m_strFile);
+    for (const std::string& strOperation : astrOperations) {
+        std::string strError;
+        if (const auto oOperation = ParseMemoryOperation(strOperation, strError))
+            astrFiles.push_back(oOperation->strFile);
+    }
+    return astrFiles;
+}
+
 int CTargetFlash::Run(CTool& oTool)
 {
     if (!m_strFile.empty())

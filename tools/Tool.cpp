@@ -4,10 +4,13 @@
 #include "Groups.h"
 #include "Help.h"
 #include "Kinds.h"
+#include "LogFile.h"
+#include "Paths.h"
 #include "Progress.h"
 #include "Text.h"
 #include "WireTrace.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -70,6 +73,18 @@ std::string GetUsageError(const CLI::ParseError& oError)
 }
 
 } // namespace
+
+std::vector<std::string> CVerb::GetFiles() const
+{
+    auto apOptions = GetOptions(m_oApp);
+    std::ranges::copy(GetArguments(m_oApp), std::back_inserter(apOptions));
+    std::vector<std::string> astrFiles;
+    for (const CLI::Option* const pOption : apOptions) {
+        if (GetValue(*pOption).bFile)
+            astrFiles.insert(astrFiles.end(), pOption->results().begin(), pOption->results().end());
+    }
+    return astrFiles;
+}
 
 std::string FormatJson(const CJson& oData)
 {
@@ -207,14 +222,41 @@ std::string CTool::GetArgumentError(const CLI::ParseError& oError) const
     return GetUsageError(oError);
 }
 
+// Nothing is open yet: a file that is read and written at once is still whole.
+int CTool::CheckFiles() const
+{
+    std::vector<std::string> astrFiles = m_pVerb->GetFiles();
+    std::ranges::replace(astrFiles, "-", "/dev/stdin");
+    const auto fnCheck = [&](const std::string& strOutput, const std::string& strName) {
+        const auto itFile = std::ranges::find_if(
+            astrFiles, [&](const std::string& strFile) { return IsSameFile(strFile, strOutput); });
+        return itFile == astrFiles.end()
+                   ? eStatusDone
+                   : Fail(eStatusUsage, fmt::format("{} is the same file as {}", strName, *itFile));
+    };
+    // These names ask for standard output and standard error, and find no other file.
+    std::erase_if(astrFiles, [](const std::string& strFile) {
+        return strFile == "/dev/stdout" || strFile == "/dev/stderr";
+    });
+    int nStatus = fnCheck("/dev/stdout", "standard output");
+    if (nStatus == 0)
+        nStatus = fnCheck("/dev/stderr", "standard error");
+    if (nStatus != 0 || m_oOptions.strTrace.empty() || m_oOptions.strTrace == "-")
+        return nStatus;
+    astrFiles.insert(astrFiles.end(), {"/dev/stdin", "/dev/stdout", "/dev/stderr"});
+    return fnCheck(m_oOptions.strTrace, "--trace=" + m_oOptions.strTrace);
+}
+
 int CTool::Run(int argc, char** argv)
 {
     if (const int nStatus = Parse(argc, argv); nStatus != 0 || m_pVerb == nullptr)
         return nStatus;
+    if (const int nStatus = CheckFiles(); nStatus != 0)
+        return nStatus;
     if (!m_oOptions.strTrace.empty()) {
-        m_pTrace = m_oOptions.strTrace == "-" ? stderr : std::fopen(m_oOptions.strTrace.c_str(), "we");
+        m_pTrace = m_oOptions.strTrace == "-" ? stderr : OpenLog(*this, m_oOptions.strTrace, ELog::eAnew);
         if (m_pTrace == nullptr)
-            return Fail(eStatusFile, m_oOptions.strTrace + ": " + GetSystemError());
+            return eStatusFile;
         static_cast<void>(std::setvbuf(m_pTrace, nullptr, _IOLBF, BUFSIZ));
     }
     m_oInterrupt.Start();

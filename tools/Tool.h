@@ -70,6 +70,9 @@ class CVerb
     /// Carries the verb out; every failure was reported when it returns. @return an exit status
     virtual int Run(CTool& oTool) = 0;
 
+    /// @return the files that the command line has the verb read and write
+    virtual std::vector<std::string> GetFiles() const;
+
     /// @return the verb's place on the command line
     CLI::App& GetApp() { return m_oApp; }
 
@@ -182,6 +185,7 @@ class CTool
     int Parse(int argc, char** argv);
     int Usage(const std::string& strText) const;
     std::string GetArgumentError(const CLI::ParseError& oError) const;
+    int CheckFiles() const;
     void Report(const std::string& strText) const;
     int FlushOutput(int nStatus) const;
     int CloseTrace(int nStatus);

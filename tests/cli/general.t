@@ -58,6 +58,30 @@ What comes from outside does not drive the terminal, and JSON is ASCII:
     quorvel: --progress: '.[1m ... ... .... . \xe2\x82\xac...' is none of auto, bar, json, none, plain (esc)
     .[1m ... ... .... . \xe2\x82\xac...: intel, 0 bytes in 0 ranges (esc)
 
+No output that is written at once is another file of the command; nothing is opened before, and links stay links:
+
+    $ printf 9f > in; ln in hard; ln -s in soft; ln -s new dangling
+    $ for trace in in ./hard soft; do quorvel --trace=$trace spi transfer --input in; done
+    quorvel: --trace=in is the same file as in
+    quorvel: --trace=./hard is the same file as in
+    quorvel: --trace=soft is the same file as in
+    [2]
+    $ quorvel --trace=dangling spi transfer 9f --output new; quorvel --trace=in renesas flash -U flash:v:in:r; quorvel --trace=in spi transfer --input - < hard; quorvel --trace=new kinds > new
+    quorvel: --trace=dangling is the same file as new
+    quorvel: --trace=in is the same file as in
+    quorvel: --trace=in is the same file as /dev/stdin
+    quorvel: --trace=new is the same file as /dev/stdout
+    [2]
+    $ quorvel image info - < in >> in; cat in; rm new; flock in quorvel --trace=in kinds
+    quorvel: standard output is the same file as /dev/stdin
+    9fquorvel: in: another log is being written to it
+    [5]
+    $ for output in dangling soft; do quorvel image convert --from binary --to binary hard $output; readlink $output; done; quorvel --trace=dangling kinds > soft; readlink dangling; wc -c < new
+    new
+    in
+    new
+    0
+
 Nobody there, nobody answering:
 
     $ quorvel -g 127.90.0.254 spi transfer 9f
