@@ -1,5 +1,6 @@
 #include "File.h"
 
+#include "Paths.h"
 #include "Text.h"
 
 #include <fcntl.h>
@@ -62,6 +63,8 @@ int COutputFile::Open(const std::string& strPath)
     struct stat oStatus {
     };
     const bool bThere = ::stat(strPath.c_str(), &oStatus) == 0;
+    if (!bThere && errno != ENOENT)
+        return Fail();
     if (bThere && !S_ISREG(oStatus.st_mode)) {
         m_pFile = std::fopen(strPath.c_str(), "we");
         return m_pFile != nullptr ? eStatusDone : Fail();
@@ -69,10 +72,7 @@ int COutputFile::Open(const std::string& strPath)
     if (bThere && ::access(strPath.c_str(), W_OK) != 0)
         return Fail(); // renaming over it would get around its protection
     // A link stays a link: what it points to is replaced.
-    if (char* const pReal = bThere ? ::realpath(strPath.c_str(), nullptr) : nullptr; pReal != nullptr) {
-        m_strPath = pReal;
-        std::free(pReal);
-    }
+    m_strPath = FollowLinks(strPath);
     std::string strTemporary = m_strPath + ".XXXXXX";
     const int nFile = ::mkostemp(strTemporary.data(), O_CLOEXEC);
     if (nFile < 0)

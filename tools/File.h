@@ -19,7 +19,8 @@ int ReadFile(const CTool& oTool, const std::string& strPath, std::string& strCon
 
 /**
  * An output file that is there whole or not at all: it is written under another name beside its own, and takes its
- * name in Commit. Device files and pipes are written as they are.
+ * name in Commit. A symbolic link stays: the file that it points to is written, also when it is not there yet. Device
+ * files and pipes are written as they are.
  */
 class COutputFile
 {

@@ -520,7 +520,8 @@ int CTargetInfo::Run(CTool& oTool)
         return nStatus;
     if (!oTool.GetOptions().bJson) {
         for (const auto& [strKey, oValue] : oInfo.items())
-            fmt::print("{:<9} {}\n", strKey, oValue.is_string() ? oValue.get<std::string>() : oValue.dump());
+            fmt::print("{:<9} {}\n", strKey,
+                       oValue.is_string() ? ToHarmless(oValue.get<std::string>()) : oValue.dump());
     }
     oInfo["memories"] = CJson::array();
     for (const SMemory& oMemory : pTarget->GetMemories()) {
@@ -599,6 +600,19 @@ CTargetFlash::CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts)
         "each operation.\n\n{}\n\n{}\n{}",
         oTexts.pMemories, oTexts.pErasing, FORMATS, STATUS, Example(oTexts, "flash diag.hex"),
         Example(oTexts, "flash -U flash:r:backup.hex:i -U flash:w:diag.hex")));
+}
+
+std::vector<std::string> CTargetFlash::GetFiles() const
+{
+    std::vector<std::string> astrFiles;
+    std::vector<std::string> astrOperations = m_astrOperations;
+    astrOperations.push_back(m_strFile);
+    for (const std::string& strOperation : astrOperations) {
+        std::string strError;
+        if (const auto oOperation = ParseMemoryOperation(strOperation, strError))
+            astrFiles.push_back(oOperation->strFile);
+    }
+    return astrFiles;
 }
 
 int CTargetFlash::Run(CTool& oTool)

@@ -182,6 +182,7 @@ class CTargetFlash : public CTargetVerb
   public:
     CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts);
     int Run(CTool& oTool) override;
+    std::vector<std::string> GetFiles() const override;
 
   private:
     std::string m_strFile;

@@ -114,7 +114,7 @@ void CProgress::Show()
                     {"state", m_bFinished ? "done"
                               : bFailed   ? "failed"
                                           : "running"}};
-        PutError(oLine.dump() + "\n");
+        PutError(FormatJson(oLine) + "\n");
         break;
     }
     case EProgress::eAuto:

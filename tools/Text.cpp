@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -70,6 +69,48 @@ std::string ToPrintable(std::string_view strBytes)
     return strText;
 }
 
+namespace
+{
+
+// Takes the first character of a text. @return its number; nothing when it is not UTF-8, and one byte is taken
+std::optional<unsigned> TakeCharacter(std::string_view& strText)
+{
+    constexpr unsigned LEAST[] = {0, 0x80, 0x800, 0x10000}; // what needs so many bytes behind the first
+    const unsigned nFirst = static_cast<unsigned char>(strText[0]);
+    const std::size_t nMore = nFirst < 0x80 ? 0 : nFirst < 0xE0 ? 1 : nFirst < 0xF0 ? 2 : 3;
+    unsigned nCharacter = nMore == 0 ? nFirst : nFirst & (0x3FU >> nMore);
+    bool bValid = nFirst < 0x80 || (nFirst >= 0xC0 && nFirst < 0xF8 && nMore < strText.size());
+    for (std::size_t i = 1; bValid && i <= nMore; ++i) {
+        const unsigned nByte = static_cast<unsigned char>(strText[i]);
+        bValid = (nByte & 0xC0U) == 0x80;
+        nCharacter = nCharacter << 6 | (nByte & 0x3FU);
+    }
+    bValid =
+        bValid && nCharacter >= LEAST[nMore] && nCharacter <= 0x10FFFF && (nCharacter & ~0x7FFU) != 0xD800;
+    strText.remove_prefix(bValid ? nMore + 1 : 1);
+    return bValid ? std::optional(nCharacter) : std::nullopt;
+}
+
+} // namespace
+
+std::string ToHarmless(std::string_view strText, bool bLines)
+{
+    std::string strHarmless;
+    while (!strText.empty()) {
+        const std::string_view strRest = strText;
+        const auto nCharacter = TakeCharacter(strText);
+        const unsigned n = nCharacter.value_or(0);
+        const bool bLine = bLines && (n == '\t' || n == '\n' || strRest.starts_with("\r\n"));
+        const bool bControl = n < 0x20 || (n >= 0x7F && n < 0xA0);
+        const bool bMark = (n >= 0x2028 && n <= 0x202E) || (n >= 0x2066 && n <= 0x2069);
+        if (bLine || (!bControl && !bMark))
+            strHarmless += strRest.substr(0, strRest.size() - strText.size());
+        else
+            strHarmless += '.';
+    }
+    return strHarmless;
+}
+
 std::string Plural(std::uint64_t nCount, std::string_view strName)
 {
     return fmt::format("{} {}{}", nCount, strName, nCount == 1 ? "" : "s");
@@ -115,10 +156,7 @@ std::vector<std::string> FindNearest(const std::string& strText, const std::vect
 
 std::string Quote(std::string_view strText)
 {
-    std::string strQuoted = "'";
-    for (const char cChar : strText)
-        strQuoted += std::iscntrl(static_cast<unsigned char>(cChar)) != 0 ? '.' : cChar;
-    return strQuoted + "'";
+    return "'" + ToHarmless(strText) + "'";
 }
 
 std::string CheckHost(const std::string& strHost)

@@ -42,7 +42,16 @@ std::string Dump(std::uint64_t nAddress, std::string_view strBytes, std::string_
 /// @return the names that somebody who typed a text may have meant, nearest first; at most three
 std::vector<std::string> FindNearest(const std::string& strText, const std::vector<std::string>& astrNames);
 
-/// @return the text in single quotes, with what cannot be printed replaced by dots
+/**
+ * Makes a text harmless that comes from a gateway, a file or the command line.
+ * @param strText the text
+ * @param bLines  keeps ends of lines and tabs
+ * @return the text, with a dot for everything that a terminal may obey or that hides what is there: control characters,
+ *         those of C1 too, marks of the direction of writing, and bytes that are not UTF-8
+ */
+std::string ToHarmless(std::string_view strText, bool bLines = false);
+
+/// @return the text in single quotes, harmless
 std::string Quote(std::string_view strText);
 
 /// @return what is wrong with the address of a gateway; empty when it can be one

@@ -1,12 +1,16 @@
 #include "Tool.h"
 
+#include "Choice.h"
 #include "Groups.h"
 #include "Help.h"
 #include "Kinds.h"
+#include "LogFile.h"
+#include "Paths.h"
 #include "Progress.h"
 #include "Text.h"
 #include "WireTrace.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -70,6 +74,23 @@ std::string GetUsageError(const CLI::ParseError& oError)
 
 } // namespace
 
+std::vector<std::string> CVerb::GetFiles() const
+{
+    auto apOptions = GetOptions(m_oApp);
+    std::ranges::copy(GetArguments(m_oApp), std::back_inserter(apOptions));
+    std::vector<std::string> astrFiles;
+    for (const CLI::Option* const pOption : apOptions) {
+        if (GetValue(*pOption).bFile)
+            astrFiles.insert(astrFiles.end(), pOption->results().begin(), pOption->results().end());
+    }
+    return astrFiles;
+}
+
+std::string FormatJson(const CJson& oData)
+{
+    return oData.dump(-1, ' ', true, CJson::error_handler_t::replace);
+}
+
 CTool::CTool()
     : m_oApp("Drives Quorvel gateways: buses, lines, programmers and test systems behind a network.",
              "quorvel")
@@ -108,7 +129,7 @@ void CTool::AddOptions()
     m_oApp.add_flag("-v,--verbose", m_oOptions.bVerbose, "More remarks");
     m_oApp.add_option("--progress", m_oOptions.eProgress, "How progress is shown on standard error")
         ->type_name("auto|bar|plain|json|none")
-        ->transform(CLI::Transformer(PROGRESS_MODES).description(""));
+        ->transform(Choice(PROGRESS_MODES));
     m_oApp
         .add_flag("--trace{-}", m_oOptions.strTrace,
                   "Print every telegram, decoded, on standard error or into a file: --trace=FILE")
@@ -133,7 +154,9 @@ const CLI::App& CTool::GetInnermost() const
 
 int CTool::Usage(const std::string& strText) const
 {
-    return Fail(eStatusUsage, strText + "\nTry: " + GetPath(GetInnermost()) + " --help");
+    const int nStatus = Fail(eStatusUsage, strText);
+    Report("Try: " + GetPath(GetInnermost()) + " --help");
+    return nStatus;
 }
 
 int CTool::Parse(int argc, char** argv)
@@ -141,43 +164,99 @@ int CTool::Parse(int argc, char** argv)
     try {
         m_oApp.parse(argc, argv);
     } catch (const CLI::ParseError& oError) {
-        if (oError.get_exit_code() == 0) { // --help, --version
-            m_oApp.exit(oError);
-            std::cout.flush();
-            return FlushOutput(eStatusDone);
-        }
-        const CLI::App& oInner = GetInnermost();
-        const std::string strKind = oInner.get_parent() == nullptr
-                                        ? "group or verb"
-                                        : "verb of " + GetPath(oInner).substr(m_oApp.get_name().size() + 1);
-        const auto apVerbs = GetVerbs(oInner);
-        const auto astrRest = m_oApp.remaining(true);
-        if (!apVerbs.empty() && !astrRest.empty() && astrRest[0][0] != '-') {
-            std::vector<std::string> astrNames;
-            astrNames.reserve(apVerbs.size());
-            for (const CLI::App* pVerb : apVerbs)
-                astrNames.push_back(pVerb->get_name());
-            std::string strText = fmt::format("{} is not a {}", Quote(astrRest[0]), strKind);
-            const auto astrNearest = FindNearest(astrRest[0], astrNames);
-            if (!astrNearest.empty())
-                strText += fmt::format("; did you mean {}?", fmt::join(astrNearest, ", "));
-            return Usage(strText);
-        }
-        if (oError.get_name() == "RequiredError" && !apVerbs.empty())
-            return Usage("a " + strKind + " is missing");
-        return Usage(GetUsageError(oError));
+        // The help of a group does not hide that the verb is none.
+        if (oError.get_exit_code() != 0 || (IsGroup(GetInnermost()) && !m_oApp.remaining(true).empty()))
+            return Usage(GetArgumentError(oError));
+        m_oApp.exit(oError); // --help, --version
+        std::cout.flush();
+        return FlushOutput(eStatusDone);
     }
     return eStatusDone;
+}
+
+// What is wrong with the arguments. A wrong option comes first: its value may be what else is wrong.
+std::string CTool::GetArgumentError(const CLI::ParseError& oError) const
+{
+    const CLI::App& oInner = GetInnermost();
+    const std::string strKind = oInner.get_parent() == nullptr
+                                    ? "group or verb"
+                                    : "verb of " + GetPath(oInner).substr(m_oApp.get_name().size() + 1);
+    const auto astrRest = m_oApp.remaining(true);
+    if (IsGroup(oInner) && !astrRest.empty() && !astrRest[0].starts_with('-')) {
+        const auto apVerbs = GetVerbs(oInner);
+        std::vector<std::string> astrNames;
+        astrNames.reserve(apVerbs.size());
+        for (const CLI::App* const pVerb : apVerbs)
+            astrNames.push_back(pVerb->get_name());
+        std::string strText = fmt::format("{} is not a {}", Quote(astrRest[0]), strKind);
+        const auto astrNearest = FindNearest(astrRest[0], astrNames);
+        if (!astrNearest.empty())
+            strText += fmt::format("; did you mean {}?", fmt::join(astrNearest, ", "));
+        return strText;
+    }
+    std::vector<std::string> astrNames; // of the long options that hold here
+    for (const CLI::App* pApp = &oInner; pApp != nullptr; pApp = pApp->get_parent()) {
+        for (const CLI::Option* const pOption : ::GetOptions(*pApp)) {
+            for (const std::string& strName : pOption->get_lnames())
+                astrNames.push_back("--" + strName);
+        }
+    }
+    std::vector<std::string> astrOptions;
+    std::vector<std::string> astrOthers;
+    for (const std::string& strWord : astrRest) {
+        if (!strWord.starts_with('-') || strWord == "-" || strWord == "--") {
+            astrOthers.push_back(Quote(strWord));
+            continue;
+        }
+        const std::string strName = strWord.substr(0, strWord.find('='));
+        const auto astrNearest = FindNearest(strName, astrNames);
+        astrOptions.push_back(
+            Quote(strName) + (astrNearest.empty() ? "" : fmt::format(" (did you mean {}?)", astrNearest[0])));
+    }
+    if (!astrOptions.empty())
+        return fmt::format("no such option: {}", fmt::join(astrOptions, ", "));
+    if (oError.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError))
+        return fmt::format("not expected: {}", fmt::join(astrOthers, ", "));
+    if (oError.get_name() == "RequiredError" && IsGroup(oInner))
+        return "a " + strKind + " is missing";
+    return GetUsageError(oError);
+}
+
+// Nothing is open yet: a file that is read and written at once is still whole.
+int CTool::CheckFiles() const
+{
+    std::vector<std::string> astrFiles = m_pVerb->GetFiles();
+    std::ranges::replace(astrFiles, "-", "/dev/stdin");
+    const auto fnCheck = [&](const std::string& strOutput, const std::string& strName) {
+        const auto itFile = std::ranges::find_if(
+            astrFiles, [&](const std::string& strFile) { return IsSameFile(strFile, strOutput); });
+        return itFile == astrFiles.end()
+                   ? eStatusDone
+                   : Fail(eStatusUsage, fmt::format("{} is the same file as {}", strName, *itFile));
+    };
+    // These names ask for standard output and standard error, and find no other file.
+    std::erase_if(astrFiles, [](const std::string& strFile) {
+        return strFile == "/dev/stdout" || strFile == "/dev/stderr";
+    });
+    int nStatus = fnCheck("/dev/stdout", "standard output");
+    if (nStatus == 0)
+        nStatus = fnCheck("/dev/stderr", "standard error");
+    if (nStatus != 0 || m_oOptions.strTrace.empty() || m_oOptions.strTrace == "-")
+        return nStatus;
+    astrFiles.insert(astrFiles.end(), {"/dev/stdin", "/dev/stdout", "/dev/stderr"});
+    return fnCheck(m_oOptions.strTrace, "--trace=" + m_oOptions.strTrace);
 }
 
 int CTool::Run(int argc, char** argv)
 {
     if (const int nStatus = Parse(argc, argv); nStatus != 0 || m_pVerb == nullptr)
         return nStatus;
+    if (const int nStatus = CheckFiles(); nStatus != 0)
+        return nStatus;
     if (!m_oOptions.strTrace.empty()) {
-        m_pTrace = m_oOptions.strTrace == "-" ? stderr : std::fopen(m_oOptions.strTrace.c_str(), "we");
+        m_pTrace = m_oOptions.strTrace == "-" ? stderr : OpenLog(*this, m_oOptions.strTrace, ELog::eAnew);
         if (m_pTrace == nullptr)
-            return Fail(eStatusFile, m_oOptions.strTrace + ": " + GetSystemError());
+            return eStatusFile;
         static_cast<void>(std::setvbuf(m_pTrace, nullptr, _IOLBF, BUFSIZ));
     }
     m_oInterrupt.Start();
@@ -219,7 +298,7 @@ int CTool::CloseTrace(int nStatus)
 
 void CTool::PrintJson(const CJson& oData)
 {
-    fmt::print("{}\n", oData.dump(-1, ' ', false, CJson::error_handler_t::replace));
+    fmt::print("{}\n", FormatJson(oData));
 }
 
 int CTool::Fail(EStatus eStatus, const std::string& strText) const
@@ -254,12 +333,12 @@ void CTool::Report(const std::string& strText) const
 {
     if (m_pProgress != nullptr)
         m_pProgress->EndLine();
-    PutError(strText + "\n");
+    PutError(ToHarmless(strText) + "\n");
 }
 
 bool CTool::Ask(const std::string& strQuestion)
 {
-    fmt::print(stderr, "{} [y/N] ", strQuestion);
+    fmt::print(stderr, "{} [y/N] ", ToHarmless(strQuestion));
     std::string strAnswer;
     std::getline(std::cin, strAnswer);
     return strAnswer == "y" || strAnswer == "Y" || strAnswer == "yes";
@@ -284,7 +363,8 @@ int CTool::CheckResult(EQuorvelDevice eKind, unsigned nTimeout, bool bConnecting
 
 std::string CTool::GetGatewayName(EQuorvelDevice eKind) const
 {
-    return fmt::format("{} gateway {}:{}", GetKindName(eKind), m_oOptions.strHost, GetPort(eKind));
+    return fmt::format("{} gateway {}:{}", GetKindName(eKind), ToHarmless(m_oOptions.strHost),
+                       GetPort(eKind));
 }
 
 unsigned short CTool::GetPort(EQuorvelDevice eKind) const

@@ -43,6 +43,9 @@ enum class EProgress {
     eNone   ///< not at all
 };
 
+/// @return JSON as one line of ASCII, whatever bytes its texts have
+std::string FormatJson(const CJson& oData);
+
 /// The port indexes begin at 0; the library's handles and the simulator have as many.
 constexpr unsigned MAX_PORT_INDEX = 99;
 
@@ -66,6 +69,9 @@ class CVerb
 
     /// Carries the verb out; every failure was reported when it returns. @return an exit status
     virtual int Run(CTool& oTool) = 0;
+
+    /// @return the files that the command line has the verb read and write
+    virtual std::vector<std::string> GetFiles() const;
 
     /// @return the verb's place on the command line
     CLI::App& GetApp() { return m_oApp; }
@@ -123,7 +129,10 @@ class CTool
     /// Prints data that is JSON: one line on standard output.
     static void PrintJson(const CJson& oData);
 
-    /// Prints an error. @return the status; after Ctrl-C, without printing, the signal's status
+    /**
+     * Prints an error; like all that is reported, it is one line and harmless, whatever texts it quotes.
+     * @return the status; after Ctrl-C, without printing, the signal's status
+     */
     int Fail(EStatus eStatus, const std::string& strText) const;
 
     /// Prints a remark on standard error, unless -q.
@@ -175,6 +184,8 @@ class CTool
     void AddOptions();
     int Parse(int argc, char** argv);
     int Usage(const std::string& strText) const;
+    std::string GetArgumentError(const CLI::ParseError& oError) const;
+    int CheckFiles() const;
     void Report(const std::string& strText) const;
     int FlushOutput(int nStatus) const;
     int CloseTrace(int nStatus);

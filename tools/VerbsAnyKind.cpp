@@ -89,9 +89,7 @@ class CInfo : public CKindVerb
             return nStatus;
         const char* const pName = GetKindName(static_cast<EQuorvelDevice>(oInfo.nDeviceType));
         const std::string strFirmware(std::begin(oInfo.aucFirmware), std::end(oInfo.aucFirmware));
-        std::string strText = strFirmware;
-        std::replace_if(
-            strText.begin(), strText.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
+        const std::string strText = ToPrintable(strFirmware);
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"kind", oInfo.nDeviceType},
                               {"name", pName},
@@ -125,7 +123,7 @@ class CStatus : public CKindVerb
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"status", strText}});
         else
-            fmt::print("{}\n", strText);
+            fmt::print("{}\n", ToHarmless(strText, true));
         return eStatusDone;
     }
 };
@@ -317,13 +315,13 @@ class CScan : public CVerb
   public:
     explicit CScan(CLI::App& oGroup) : CVerb(oGroup, "scan", "Find the gateways behind an address")
     {
-        m_oApp.add_option("HOST", m_strHost, "Address or name")
+        m_oApp.add_option("HOST", m_strHost, "Address or name; without it that of -g")
             ->type_name("")
-            ->required()
             ->check(CLI::Validator(CheckHost, ""));
-        m_oApp.add_option("--indexes", m_strIndexes, "Port indexes to try, such as 2 or 0-3")
-            ->type_name("FIRST[-LAST]")
-            ->capture_default_str();
+        m_oApp
+            .add_option("--indexes", m_strIndexes,
+                        "Port indexes to try, such as 2 or 0-3; without it that of --port-index")
+            ->type_name("FIRST[-LAST]");
         m_oApp.footer(
             "Asks for the status text at the port of every kind, at all of them at once. Prints for each "
             "that is open: kind, name, port index, port and status text. An open port where no gateway of "
@@ -335,6 +333,17 @@ class CScan : public CVerb
 
     int Run(CTool& oTool) override
     {
+        std::string& strGateway = oTool.GetOptions().strHost;
+        if (m_strHost.empty())
+            m_strHost = strGateway;
+        if (m_strHost.empty())
+            return oTool.Fail(eStatusUsage, "which gateway? Give its address: -g HOST");
+        if (!strGateway.empty() && strGateway != m_strHost)
+            return oTool.Fail(eStatusUsage,
+                              fmt::format("{} and -g {} contradict each other", m_strHost, strGateway));
+        strGateway = m_strHost;
+        if (m_strIndexes.empty())
+            m_strIndexes = std::to_string(oTool.GetOptions().nPortIndex);
         const std::string_view strIndexes = m_strIndexes;
         const auto nDash = strIndexes.find('-');
         const auto nFirst = ParseNumber(strIndexes.substr(0, nDash), MAX_PORT_INDEX);
@@ -344,7 +353,6 @@ class CScan : public CVerb
         if (!nFirst || !nLast || *nLast < *nFirst)
             return oTool.Fail(eStatusUsage, fmt::format("--indexes: {} is no range such as 0-3, of 0 to {}",
                                                         Quote(m_strIndexes), MAX_PORT_INDEX));
-        oTool.GetOptions().strHost = m_strHost;
         for (auto nIndex = static_cast<unsigned>(*nFirst); nIndex <= *nLast; ++nIndex) {
             oTool.GetOptions().nPortIndex = nIndex;
             for (const SKind& oKind : KINDS)
@@ -424,13 +432,10 @@ class CScan : public CVerb
                 CTool::PrintJson(oData);
                 continue;
             }
-            std::replace_if(
-                oTarget.strStatus.begin(), oTarget.strStatus.end(),
-                [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
             fmt::print("{:2}  {:<8}  {:3}  {:5}  {}\n", static_cast<int>(oTarget.eKind),
                        GetKindName(oTarget.eKind), oTarget.nIndex, oTarget.nPort,
                        oTarget.nRC == 0
-                           ? oTarget.strStatus
+                           ? ToHarmless(oTarget.strStatus)
                            : fmt::format("({}: {})", bGateway ? "refuses" : "open, but no gateway answers",
                                          GetError(oTarget.nRC)));
         }
@@ -443,7 +448,7 @@ class CScan : public CVerb
     }
 
     std::string m_strHost;
-    std::string m_strIndexes = "0";
+    std::string m_strIndexes;
     std::vector<STarget> m_aoTargets;
 };
 

@@ -6,6 +6,7 @@
 #include "File.h"
 #include "Groups.h"
 #include "Kinds.h"
+#include "LogFile.h"
 #include "Progress.h"
 #include "QuorvelClientCAN.h"
 #include "Text.h"
@@ -69,6 +70,10 @@ class CReceiveVerb : public CVerb
             ->type_name("FRAMES")
             ->capture_default_str()
             ->check(CLI::Range(1U, 100'000'000U).description(""));
+        CLI::Option* const pAppend =
+            m_oApp.add_flag("--append", m_bAppend, "Go on with a log file that is there already");
+        m_oApp.add_flag("--force", m_bForce, "Write a log file anew that is there already")
+            ->excludes(pAppend);
     }
 
     static constexpr const char* FOOTER =
@@ -106,8 +111,8 @@ class CReceiveVerb : public CVerb
     // Appends the text of a frame.
     virtual void Format(std::string& strText, const SCanRecord& oRecord) = 0;
 
-    // Receives until the end. @return the exit status
-    int Receive(CTool& oTool, std::FILE* pFile, const std::string& strFile)
+    // Receives until the end. @param fnOpen opens what is written, once frames can come @return the exit status
+    int Receive(CTool& oTool, const std::string& strFile, const std::function<std::FILE*()>& fnOpen)
     {
         CCanReceiver oCan(oTool, m_nQueue);
         if (const int nStatus = oCan.OpenGateway(); nStatus != 0)
@@ -116,6 +121,9 @@ class CReceiveVerb : public CVerb
         if (const int nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode), 1);
             nStatus != 0)
             return nStatus;
+        std::FILE* const pFile = fnOpen();
+        if (pFile == nullptr)
+            return eStatusFile;
         SCanRecord oRecord;
         oRecord.strInterface = GetCanName(oTool);
         if (nMode != 0)
@@ -158,14 +166,19 @@ class CReceiveVerb : public CVerb
         }
     }
 
-    // Logs into a file, which stays however reception ends. @return the exit status
-    int Log(CTool& oTool, const std::string& strFile)
+    // Logs into a file, which stays however reception ends. @param strFile empty: the usual name @return the exit status
+    int Log(CTool& oTool, std::string strFile)
     {
-        std::FILE* const pFile = strFile == "-" ? stdout : std::fopen(strFile.c_str(), "we");
-        if (pFile == nullptr)
-            return oTool.Fail(eStatusFile, strFile + ": " + GetSystemError());
-        int nStatus = Receive(oTool, pFile, strFile);
-        if (strFile == "-")
+        ELog eLog = m_bAppend ? ELog::eAppend : m_bForce ? ELog::eAnew : ELog::eNew;
+        if (strFile.empty()) {
+            if (eLog != ELog::eNew)
+                return oTool.Fail(eStatusUsage, "--append and --force are for a file that is named");
+            eLog = ELog::eNumbered;
+            strFile = DefaultFile();
+        }
+        std::FILE* pFile = nullptr;
+        int nStatus = Receive(oTool, strFile, [&] { return pFile = OpenLog(oTool, strFile, eLog); });
+        if (strFile == "-" || pFile == nullptr)
             return nStatus;
         if (std::fclose(pFile) != 0 && nStatus == 0)
             nStatus = oTool.Fail(eStatusFile, strFile + ": " + GetSystemError());
@@ -192,8 +205,10 @@ class CReceiveVerb : public CVerb
     std::string m_strTime;
     bool m_bNanoseconds = false;
     bool m_bDirection = false;
+    bool m_bAppend = false;
 
   private:
+    bool m_bForce = false;
     unsigned m_nCount = 0;
     unsigned m_nSilence = 0;
     unsigned m_nQueue = 1'000'000;
@@ -232,8 +247,8 @@ class CCanDump : public CReceiveVerb
         m_bJson = oTool.GetOptions().bJson && !bFile;
         m_oTime = m_bLogForm ? LogTime() : CCanTime(m_strTime.empty() ? 'a' : m_strTime[0], m_bNanoseconds);
         if (bFile)
-            return Log(oTool, m_strFile.empty() ? DefaultFile() : m_strFile);
-        return Receive(oTool, stdout, "standard output");
+            return Log(oTool, m_strFile);
+        return Receive(oTool, "standard output", [] { return stdout; });
     }
 
   private:
@@ -247,7 +262,7 @@ class CCanDump : public CReceiveVerb
                         {"data", ToHex(oFrame.strData, "")}};
             if (oFrame.bRemote)
                 oData["length"] = oFrame.GetLength();
-            strText += oData.dump() + "\n";
+            strText += FormatJson(oData) + "\n";
         } else if (m_bLogForm) {
             AppendLogLine(strText, oRecord, m_oTime, m_bDirection, m_oForm.bRawDlc);
         } else {
@@ -296,7 +311,10 @@ class CCanLog : public CReceiveVerb
         m_oApp.add_option("--filter", m_strFilter, "Which frames; see below")->type_name("FILTER");
         m_oApp.footer(
             std::string(FOOTER) +
-            "\n\nThe file stays, with all frames up to then, however reception ends. A log file has "
+            "\n\nThe file is opened when the gateway is connected. One that is there already is left alone, "
+            "unless --append or --force is given; the usual name gets a number then. Two logs are never "
+            "written to one file. It stays, with all frames up to then, however reception ends. A log file "
+            "has "
             "neither comments nor raw length codes, so that canplayer and python-can read it.\n\n"
             "quorvel -g 192.168.0.10 can log night.log\n\n"
             "quorvel -g 192.168.0.10 can log --format asc -n 1000 --filter 700:780 boot.asc");
@@ -306,9 +324,11 @@ class CCanLog : public CReceiveVerb
     {
         if (const int nStatus = ParseFilter(oTool, m_strFilter); nStatus != 0)
             return nStatus;
+        if (m_bAppend && m_strFormat == "asc")
+            return oTool.Fail(eStatusUsage, "--append: the times of an ASC file count from its beginning");
         m_oAsc = CAscWriter(oTool.GetOptions().nPortIndex + 1);
         m_oTime = LogTime();
-        return Log(oTool, m_strFile.empty() ? DefaultFile() : m_strFile);
+        return Log(oTool, m_strFile);
     }
 
   private:

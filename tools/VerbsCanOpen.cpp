@@ -354,12 +354,10 @@ class CScan : public CVerb
             strType = fmt::format("0x{:08X}", nType);
             oType = nType;
         }
-        std::string strName = Quote(oFound.strName); // without control characters
-        strName = strName.substr(1, strName.size() - 2);
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"node", oFound.nNode}, {"device_type", oType}, {"name", oFound.strName}});
         else
-            fmt::print("{:3}  {:<10}  {}\n", oFound.nNode, strType, strName);
+            fmt::print("{:3}  {:<10}  {}\n", oFound.nNode, strType, ToHarmless(oFound.strName));
     }
 
     unsigned m_nFirst = 1;
@@ -492,7 +490,7 @@ class CSdoRead : public CSdoVerb
         } else if (oType.nBytes != 0) {
             fmt::print("{}\n", nValue);
         } else {
-            fmt::print("{}\n", oType.bText ? strBytes : ToHex(strBytes));
+            fmt::print("{}\n", oType.bText ? ToHarmless(strBytes, true) : ToHex(strBytes));
         }
         return eStatusDone;
     }

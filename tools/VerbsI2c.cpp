@@ -247,7 +247,7 @@ class CDetect : public CI2cVerb
                                                                           {"SMBus Host Notify", false},
                                                                           {"10-bit addressing", false}}};
         if (!oTool.GetOptions().bJson)
-            fmt::print("Functionalities implemented by {}:{}:\n", oTool.GetOptions().strHost,
+            fmt::print("Functionalities implemented by {}:{}:\n", ToHarmless(oTool.GetOptions().strHost),
                        oTool.GetPort(eDeviceI2C));
         for (const auto& [pName, bThere] : FUNCTIONS) {
             if (oTool.GetOptions().bJson)
@@ -276,7 +276,7 @@ class CDetect : public CI2cVerb
                 CTool::PrintJson({{"bus", oOptions.nPortIndex}, {"host", oOptions.strHost}, {"port", nPort}});
             else
                 fmt::print("i2c-{}\t{:<10}\t{:<32}\t{}\n", oOptions.nPortIndex, "i2c",
-                           fmt::format("{}:{}", oOptions.strHost, nPort), "I2C gateway");
+                           fmt::format("{}:{}", ToHarmless(oOptions.strHost), nPort), "I2C gateway");
         }
         return oTool.GetInterrupt().GetSignal() != 0 ? oTool.Fail(eStatusNoAnswer, "") : eStatusDone;
     }

@@ -93,7 +93,7 @@ class CImageInfo : public CVerb
 
     static void PrintAsText(const std::string& strFile, const CImage& oImage)
     {
-        fmt::print("{}: {}, {} in {}\n", strFile, GetFormatName(oImage.GetType()),
+        fmt::print("{}: {}, {} in {}\n", ToHarmless(strFile), GetFormatName(oImage.GetType()),
                    Plural(oImage.GetSize(), "byte"), Plural(oImage.GetRanges().size(), "range"));
         const std::uint32_t nCrc =
             ForEach(oImage, [](const SAddresses& oAddresses, std::string_view strBytes) {
@@ -336,14 +336,16 @@ class CImageCompare : public CVerb
   private:
     void PrintAsText(const CImage::SDifferences& oFound) const
     {
-        fmt::print("differing bytes: {}; only in {}: {}; only in {}: {}\n", oFound.nDiffering, m_strA,
-                   oFound.nOnlyLeft, m_strB, oFound.nOnlyRight);
+        const std::string strA = ToHarmless(m_strA);
+        const std::string strB = ToHarmless(m_strB);
+        fmt::print("differing bytes: {}; only in {}: {}; only in {}: {}\n", oFound.nDiffering, strA,
+                   oFound.nOnlyLeft, strB, oFound.nOnlyRight);
         for (const auto& oByte : oFound.aoBytes)
             fmt::print("  0x{:02x} != 0x{:02x} at 0x{:04x}\n", oByte.nLeft, oByte.nRight, oByte.nAddress);
         for (const auto& oRange : oFound.aoOnlyLeft)
-            fmt::print("  only in {}: 0x{:04x}-0x{:04x}\n", m_strA, oRange.nFirst, oRange.nLast);
+            fmt::print("  only in {}: 0x{:04x}-0x{:04x}\n", strA, oRange.nFirst, oRange.nLast);
         for (const auto& oRange : oFound.aoOnlyRight)
-            fmt::print("  only in {}: 0x{:04x}-0x{:04x}\n", m_strB, oRange.nFirst, oRange.nLast);
+            fmt::print("  only in {}: 0x{:04x}-0x{:04x}\n", strB, oRange.nFirst, oRange.nLast);
     }
 
     static void PrintAsJson(const CImage::SDifferences& oFound)

@@ -1,5 +1,6 @@
 // The group `spi`.
 
+#include "Choice.h"
 #include "File.h"
 #include "Groups.h"
 #include "SpiFlash.h"
@@ -332,7 +333,7 @@ class CFlashVerb : public CVerb
             .add_option("--erase-size", m_oFlash.nErase,
                         "Erase in pieces of this size only; auto: 64K where it pays, else 4K")
             ->type_name("auto|4K|64K")
-            ->transform(CLI::CheckedTransformer(ERASE_SIZES, CLI::ignore_case).description(""));
+            ->transform(Choice(ERASE_SIZES));
         m_oApp
             .add_option("--page", m_oFlash.nPage, "Bytes programmed by one command at most, a power of two")
             ->type_name("BYTES")
@@ -407,8 +408,11 @@ class CFlashVerb : public CVerb
     CImage m_oImage;
 
   private:
-    inline static const std::map<std::string, unsigned> ERASE_SIZES{
-        {"auto", 0}, {"4K", CSpiFlash::SECTOR}, {"64K", CSpiFlash::BLOCK}};
+    inline static const std::map<std::string, unsigned> ERASE_SIZES{{"auto", 0},
+                                                                    {"4k", CSpiFlash::SECTOR},
+                                                                    {"4096", CSpiFlash::SECTOR},
+                                                                    {"64k", CSpiFlash::BLOCK},
+                                                                    {"65536", CSpiFlash::BLOCK}};
 };
 
 class CFlashId : public CVerb

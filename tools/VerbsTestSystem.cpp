@@ -116,7 +116,7 @@ class CConfigShow : public CVerb
         if (oTool.GetOptions().bJson)
             CTool::PrintJson({{"config", strName}});
         else if (!strName.empty())
-            fmt::print("{}\n", strName);
+            fmt::print("{}\n", ToHarmless(strName));
         if (strName.empty())
             oTool.Note("no configuration is active");
         return eStatusDone;

@@ -1,6 +1,7 @@
 // Texts of CAN frames and logs, as the programs that users have write and read them.
 
 #include "CanLog.h"
+#include "Text.h"
 
 #include <gtest/gtest.h>
 
@@ -193,6 +194,12 @@ TEST(CanFormat, TimesHaveFourForms)
             oTime.Append(strText, 10500001002);
         EXPECT_EQ(strText, oCase.pText);
     }
+}
+
+// The rest of a character that was cut off is not read.
+TEST(Text, HarmlessToTheLastByte)
+{
+    EXPECT_EQ("..", ToHarmless(std::string_view("\xe2\x82\xac", 2)));
 }
 
 } // namespace

@@ -43,7 +43,7 @@ Ping:
 
 Scan: a gateway, one that refuses, and an open port without one:
 
-    $ command quorvel --timeout 3000 scan 127.90.1.10 | sed 's/Simulated.*/.../' | head -n 4
+    $ command quorvel --timeout 3000 -g 127.90.1.10 scan | sed 's/Simulated.*/.../' | head -n 4
      1  I2C         0   5000  (open, but no gateway answers: 0x00040000, TCP/IP timeout occured)
      2  CAN         0   5001  ...
      3  SPI         0   5002  (refuses: 0x00000320, SPI inconsistent telegram data)
@@ -52,6 +52,10 @@ Scan: a gateway, one that refuses, and an open port without one:
     $ command quorvel --json scan 127.90.1.12 --indexes 1-3 | grep -E '"name":"(I2C|Firmware)"'
     {"kind":1,"name":"I2C","index":2,"port":5200,"state":"open","error":"0x00040000, TCP/IP timeout occured"}
     {"kind":0,"name":"Firmware","index":2,"port":5299,"state":"gateway","status":"Simulated Firmware .*"} (re)
+    $ command quorvel --port-index 2 scan 127.90.1.12 | wc -l; quorvel scan 127.90.1.12
+    12
+    quorvel: 127.90.1.12 and -g 127.90.1.1 contradict each other
+    [2]
     $ command quorvel scan 127.90.1.12
     quorvel: 127.90.1.12: no gateway answers (or there is no such host)
     [4]

@@ -112,8 +112,31 @@ Logs, with the time of the gateway. log2asc and python-can read them; log2long s
     $ quorvel can log /nowhere/my.log
     quorvel: /nowhere/my.log: No such file or directory
     [5]
-    $ quorvel -q can log -T 1 /dev/full; quorvel -q can dump -T 1 -f my.log; wc -c < my.log
+    $ ln -s target.log link.log; quorvel -q can log -T 1 /dev/full; quorvel -q can log -T 1 link.log; wc -c < target.log
     0
+
+A log that is there stays until another one can begin, and then is gone on with or written anew only when that is wanted;
+two are never written to one file:
+
+    $ quorvel -q can dump -T 1 -f my.log; command quorvel -g 127.90.3.9 can log --force my.log 2>/dev/null; wc -l < my.log
+    quorvel: my.log: is there already; --append goes on with it, --force writes it anew
+    3
+    $ printf broken >> my.log; listen can log -n 1 --append my.log; quorvel can log --force my.log
+    quorvel: my.log: another log is being written to it
+    [5]
+    $ quorvel can send 123#; finish; sed 's/.*) //' my.log | tail -n 2; quorvel -q can dump -T 1 --force -f my.log; wc -c < my.log
+    1 frames in my.log
+    broken
+    can0 123#
+    0
+    $ for second in {0..9}; do touch "candump-$(date -d "$second seconds" +%Y-%m-%d_%H%M%S).log"; done
+    $ for verb in 'dump -l' log; do quorvel can $verb -T 1 2>&1 | sed '1d; s/[0-9]\+/N/g'; done; cat candump-*
+    N frames in candump-N-N-N_N-N.log
+    N frames in candump-N-N-N_N-N.log
+    $ quorvel can log --append --format asc my.asc; quorvel can dump -l --force
+    quorvel: --append: the times of an ASC file count from its beginning
+    quorvel: --append and --force are for a file that is named
+    [2]
 
 A log that ends by Ctrl-C stays, and so does one whose gateway goes:
 

@@ -65,7 +65,7 @@ A target file is untouched after a failure, and nothing is left beside it:
     $ quorvel image convert --crop 0x100-0x10f a.hex out.bin 2>&1 | grep -v warning
     quorvel: binary has no addresses, and the image begins at 0x00000100: move it with --offset -0x100, or fill with --fill VALUE --fill-range 0-0xff
     $ (ulimit -f 1; trap '' XFSZ; head -c 2000 /dev/zero | quorvel image convert - out.bin)
-    quorvel: */out.bin: File too large (glob)
+    quorvel: out.bin: File too large
     [5]
     $ cat out.bin; ls
     old

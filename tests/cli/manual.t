@@ -50,10 +50,6 @@ The help, and what it says of groups in groups and of missing verbs:
     quorvel: a verb of image is missing
     Try: quorvel image --help
     [2]
-    $ quorvel image cnovert
-    quorvel: 'cnovert' is not a verb of image; did you mean convert?
-    Try: quorvel image --help
-    [2]
     $ quorvel spi flash reed
     quorvel: 'reed' is not a verb of spi flash; did you mean read?
     Try: quorvel spi flash --help
