@@ -49,7 +49,7 @@ COutputFile::~COutputFile()
 
 int COutputFile::Fail()
 {
-    return m_oTool.Fail(eStatusFile, m_strPath + ": " + GetSystemError());
+    return m_oTool.FailOutput(m_strPath);
 }
 
 int COutputFile::Open(const std::string& strPath)

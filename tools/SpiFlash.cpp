@@ -49,6 +49,16 @@ struct CSpiFlash::SUpdate {
     std::vector<bool> abFull{};                       // units that are all data
     std::vector<bool> abErase{};                      // units to be erased
 
+    /// @return true when something is to be erased, and there is something beside the data
+    bool HasOthers() const
+    {
+        for (std::size_t i = 0; i < BLOCK; ++i) {
+            if (strIsData[i] == 0 && strOld[i] != '\xFF')
+                return std::find(abErase.begin(), abErase.end(), true) != abErase.end();
+        }
+        return false;
+    }
+
     std::string_view Part(const std::string& strBytes, std::size_t i) const
     {
         return std::string_view(strBytes).substr(i * nUnit, nUnit);
@@ -153,9 +163,9 @@ int CSpiFlash::WaitReady(std::string_view strOperation, std::chrono::millisecond
             return m_oTool.Fail(eStatusNoAnswer, fmt::format("{}: the flash is still busy after {} ms",
                                                              strOperation, oLimit.count()));
         // A page takes about a millisecond and is asked after at once; what takes long, in proportion.
-        if (oElapsed > 4ms &&
-            !m_oTool.GetInterrupt().Wait(std::min<std::chrono::nanoseconds>(oElapsed / 8, 20ms)))
-            return m_oTool.Fail(eStatusNoAnswer, ""); // the signal's status
+        // After a signal it is asked without a pause, if that is still to be obeyed: then the next question fails.
+        if (oElapsed > 4ms)
+            m_oTool.GetInterrupt().Wait(std::min<std::chrono::nanoseconds>(oElapsed / 8, 20ms));
     }
 }
 
@@ -242,9 +252,18 @@ int CSpiFlash::UpdateBlock(SUpdate& oUpdate)
     }
     oUpdate.abErase.resize(nUnits);
     int nStatus = ReadOld(oUpdate);
+    if (nStatus != 0)
+        return nStatus;
+    // What is erased beside the data is nowhere else: a signal is not obeyed before it is programmed again.
+    const bool bShared = m_oOptions.bPreserve && oUpdate.HasOthers();
+    const CInterrupt::CScope oScope(m_oTool.GetInterrupt(),
+                                    bShared ? CInterrupt::eByItself : CInterrupt::eSoon);
+    m_oSpi.SetIgnoringSignals(bShared);
+    nStatus = EraseOld(oUpdate);
     if (nStatus == 0)
-        nStatus = EraseOld(oUpdate);
-    return nStatus != 0 ? nStatus : ProgramNew(oUpdate);
+        nStatus = ProgramNew(oUpdate);
+    m_oSpi.SetIgnoringSignals(false);
+    return nStatus;
 }
 
 int CSpiFlash::ReadOld(SUpdate& oUpdate)

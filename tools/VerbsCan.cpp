@@ -143,7 +143,7 @@ class CReceiveVerb : public CVerb
                 oLast = CSteady::now();
                 if (std::fwrite(strText.data(), 1, strText.size(), pFile) != strText.size() ||
                     std::fflush(pFile) != 0)
-                    return oTool.Fail(eStatusFile, strFile + ": " + GetSystemError());
+                    return oTool.FailOutput(strFile);
             }
             const bool bComplete = m_nCount != 0 && m_nReceived == m_nCount;
             if (nDropped != 0 && !bComplete) {
@@ -164,6 +164,9 @@ class CReceiveVerb : public CVerb
         std::FILE* const pFile = strFile == "-" ? stdout : std::fopen(strFile.c_str(), "we");
         if (pFile == nullptr)
             return oTool.Fail(eStatusFile, strFile + ": " + GetSystemError());
+        // A file gets whole lines, and is counted; what reads from a pipe may never go on.
+        const CInterrupt::CScope oScope(oTool.GetInterrupt(),
+                                        strFile == "-" ? CInterrupt::eSoon : CInterrupt::eByItself);
         int nStatus = Receive(oTool, pFile, strFile);
         if (strFile == "-")
             return nStatus;
@@ -448,6 +451,8 @@ class CCanSend : public CVerb
                 if (nTime)
                     oData["time"] = ToSeconds(*nTime);
                 CTool::PrintJson(oData);
+                if (std::ferror(stdout) != 0)
+                    return oTool.Flush();
             }
             if (oProgress)
                 oProgress->Update(i + 1);

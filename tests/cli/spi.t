@@ -203,7 +203,7 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer is too short
     [4]
     $ simulator 127.90.1.18 --fault 'SPI:silent@3'
-    $ command quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin &
+    $ (exec quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin) &
     $ end=$((SECONDS + 10)); until compgen -G 'big.bin.*' > found || ((SECONDS > end)); do :; done
     $ kill -INT $!; wait $!
     [130]
