@@ -254,7 +254,7 @@ int CSpiFlash::UpdateBlock(SUpdate& oUpdate)
     int nStatus = ReadOld(oUpdate);
     if (nStatus != 0)
         return nStatus;
-    // What is erased beside the data is nowhere else: a signal is not obeyed before it is programmed again.
+    // What is erased beside the data is nowhere else: a signal ends nothing before that is programmed again.
     const bool bShared = m_oOptions.bPreserve && oUpdate.HasOthers();
     const CInterrupt::CScope oScope(m_oTool.GetInterrupt(),
                                     bShared ? CInterrupt::eByItself : CInterrupt::eSoon);
@@ -263,7 +263,8 @@ int CSpiFlash::UpdateBlock(SUpdate& oUpdate)
     if (nStatus == 0)
         nStatus = ProgramNew(oUpdate);
     m_oSpi.SetIgnoringSignals(false);
-    return nStatus;
+    return nStatus == 0 && m_oTool.GetInterrupt().GetSignal() != 0 ? m_oTool.Fail(eStatusNoAnswer, "")
+                                                                   : nStatus;
 }
 
 int CSpiFlash::ReadOld(SUpdate& oUpdate)
@@ -308,6 +309,8 @@ int CSpiFlash::EraseOld(SUpdate& oUpdate)
             continue;
         const std::size_t nFirst = i * oUpdate.nUnit;
         if (i == 0 || !bBlock) {
+            if (m_oTool.GetInterrupt().GetSignal() != 0)
+                break;
             const std::uint64_t nAddress = oUpdate.nAddress + nFirst;
             const int nStatus = bBlock ? Change(fmt::format("erase 64 KiB of flash at 0x{:x}", nAddress),
                                                 Address(0xD8, 0xDC, nAddress), LIMIT_BLOCK)
@@ -330,6 +333,11 @@ int CSpiFlash::ProgramNew(SUpdate& oUpdate)
 {
     const std::size_t nPage = m_oOptions.nPage;
     for (std::size_t nStart = 0; nStart < BLOCK; nStart += nPage) {
+        const bool bEnding = m_oTool.GetInterrupt().GetSignal() != 0;
+        for (std::size_t n = nStart; bEnding && n < nStart + nPage; ++n) {
+            if (oUpdate.strIsData[n] != 0)
+                oUpdate.strNew[n] = oUpdate.strOld[n]; // only what lies beside the data goes back
+        }
         const auto itOld = oUpdate.strOld.begin() + static_cast<std::ptrdiff_t>(nStart);
         const auto itNew = oUpdate.strNew.begin() + static_cast<std::ptrdiff_t>(nStart);
         const auto nSize = static_cast<std::ptrdiff_t>(nPage);

@@ -68,7 +68,7 @@ A gateway that refuses a block, and an update that is interrupted:
     [4]
     $ kill $sim; wait $sim; start 'Firmware:silent@3'
     $ (exec quorvel -q --trace --timeout 50000 -g 127.90.4.7 firmware update --yes new.hex) 2> progress & pid=$!
-    $ while read -r line; do case $line in *'-> Firmware clear flash'*) kill -INT $pid;; quorvel*) echo "$line";; esac; done < progress; wait $pid
+    $ while read -r line; do case $line in *'-> firmware clear flash'*) kill -INT $pid;; quorvel*) echo "$line";; esac; done < progress; wait $pid
     quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
     [130]
     $ kill $sim; wait $sim; start 'Firmware:close@5'
