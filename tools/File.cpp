@@ -16,6 +16,7 @@ int ReadFile(const CTool& oTool, const std::string& strPath, std::string& strCon
                 static_cast<void>(std::fclose(pFile));
         }
     };
+    const CInterrupt::CScope oScope(oTool.GetInterrupt(), CInterrupt::eAtOnce);
     const std::unique_ptr<std::FILE, SClose> pFile(strPath == "-" ? stdin
                                                                   : std::fopen(strPath.c_str(), "re"));
     if (!pFile)

@@ -5,6 +5,7 @@
 #include "QuorvelClient.h"
 #include "Tool.h"
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <type_traits>
@@ -52,6 +53,9 @@ class CGateway : public TClient
 
     /// Has signals ignored, those that have come included, while something that was begun needs its end.
     void SetIgnoringSignals(bool bIgnoring) { m_bIgnoringSignals = bIgnoring; }
+
+    /// Waits from now on at most so long for an answer. @param nTimeout milliseconds
+    void LimitTimeout(unsigned nTimeout) { this->m_nTimeout = std::min(this->m_nTimeout, nTimeout); }
 
     /// Connects; a signal ends it.
     int Connect(const char* pHost, unsigned short nPort, unsigned char nProtocol, bool bFlag)

@@ -67,13 +67,15 @@ class CInterrupt
     /// The file is complete, or gone.
     void RemovePartialFile(const std::string& strPath);
 
-    /// As long as it lives, a signal ends the program in this way.
+    /// As long as it lives, a signal ends the program in this way; within a scope of eByItself, in that one.
     class CScope
     {
       public:
         CScope(CInterrupt& oInterrupt, EEnding eEnding)
-            : m_oInterrupt(oInterrupt), m_eBefore(oInterrupt.m_eEnding.exchange(eEnding))
+            : m_oInterrupt(oInterrupt), m_eBefore(oInterrupt.m_eEnding)
         {
+            if (m_eBefore != eByItself)
+                oInterrupt.m_eEnding = eEnding;
         }
         ~CScope() { m_oInterrupt.m_eEnding = m_eBefore; }
         CScope(const CScope&) = delete;

@@ -118,7 +118,7 @@ class CTool
     SOptions& GetOptions() { return m_oOptions; }
 
     /// @return what takes Ctrl-C
-    CInterrupt& GetInterrupt() { return m_oInterrupt; }
+    CInterrupt& GetInterrupt() const { return m_oInterrupt; }
 
     /// Prints data that is JSON: one line on standard output. What cannot be written shows at the end, or in Flush.
     static void PrintJson(const CJson& oData);
@@ -194,7 +194,7 @@ class CTool
     const CLI::App& GetInnermost() const;
 
     SOptions m_oOptions;
-    CInterrupt m_oInterrupt;
+    mutable CInterrupt m_oInterrupt;
     CLI::App m_oApp;
     std::vector<std::unique_ptr<CVerb>> m_apVerbs;
     CVerb* m_pVerb = nullptr;

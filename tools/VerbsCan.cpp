@@ -112,6 +112,9 @@ class CReceiveVerb : public CVerb
         CCanReceiver oCan(oTool, m_nQueue);
         if (const int nStatus = oCan.OpenGateway(); nStatus != 0)
             return nStatus;
+        // A file gets whole lines; what reads standard output may never go on.
+        const CInterrupt::CScope oScope(oTool.GetInterrupt(),
+                                        pFile == stdout ? CInterrupt::eSoon : CInterrupt::eByItself);
         unsigned char nMode = 0;
         if (const int nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode), 1);
             nStatus != 0)
@@ -164,9 +167,6 @@ class CReceiveVerb : public CVerb
         std::FILE* const pFile = strFile == "-" ? stdout : std::fopen(strFile.c_str(), "we");
         if (pFile == nullptr)
             return oTool.Fail(eStatusFile, strFile + ": " + GetSystemError());
-        // A file gets whole lines, and is counted; what reads from a pipe may never go on.
-        const CInterrupt::CScope oScope(oTool.GetInterrupt(),
-                                        strFile == "-" ? CInterrupt::eSoon : CInterrupt::eByItself);
         int nStatus = Receive(oTool, pFile, strFile);
         if (strFile == "-")
             return nStatus;

@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr std::uint64_t PAGE = 256;
+constexpr unsigned MAX_LAST = 2000; // milliseconds for the end of the run after Ctrl-C
 constexpr int RC_SHORT_ANSWER = 0x000C0900;
 
 class CRenesasTarget : public CTarget
@@ -96,6 +97,8 @@ class CRenesasTarget : public CTarget
     int Close(int nStatus) override
     {
         m_oGateway.SetIgnoringSignals(true);
+        if (m_oTool.GetInterrupt().GetSignal() != 0)
+            m_oGateway.LimitTimeout(MAX_LAST);
         const int nRC = m_bRunning ? m_oGateway.Complete() : 0;
         m_oScope.reset();
         return nStatus != 0 ? nStatus : m_oGateway.Check("complete", nRC);
