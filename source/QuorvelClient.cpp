@@ -222,6 +222,8 @@ CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeo
             if (oDeadline.IsOver())
                 break;
         }
+        if (pMsg == nullptr) // a confirmation that came just before the end counts
+            pMsg = GetMsg(nMsgID);
     }
     RemoveOldMsgs();
     return pMsg;

@@ -102,8 +102,8 @@ CCanReceiver::CCanReceiver(CTool& oTool, std::size_t nMaximum)
     : CGateway<CQuorvelClientCANDll>(oTool, 0), m_oInterrupt(oTool.GetInterrupt()), m_nMaximum(nMaximum)
 {
     oTool.GetInterrupt().SetAction([this] {
-        Disconnect();
-        ConInd(false); // is called for a connection that is lost, not for one that is closed
+        Abort();
+        ConInd(false); // nothing more is taken
     });
 }
 
@@ -164,4 +164,5 @@ void CCanReceiver::ConInd(bool bConnected)
         m_bEnded = !bConnected;
     }
     m_oCondition.notify_all();
+    CGateway::ConInd(bConnected);
 }

@@ -17,6 +17,7 @@ int ReadFile(const CTool& oTool, const std::string& strPath, std::string& strCon
                 static_cast<void>(std::fclose(pFile));
         }
     };
+    const CInterrupt::CScope oScope(oTool.GetInterrupt(), CInterrupt::eAtOnce);
     const std::unique_ptr<std::FILE, SClose> pFile(strPath == "-" ? stdin
                                                                   : std::fopen(strPath.c_str(), "re"));
     if (!pFile)
@@ -50,7 +51,7 @@ COutputFile::~COutputFile()
 
 int COutputFile::Fail()
 {
-    return m_oTool.Fail(eStatusFile, m_strPath + ": " + GetSystemError());
+    return m_oTool.FailOutput(m_strPath);
 }
 
 int COutputFile::Open(const std::string& strPath)

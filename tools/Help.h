@@ -22,6 +22,7 @@ constexpr SStatusText STATUS_TEXTS[] = {
     {"4", "no connection, no answer in time, or a spoiled one"},
     {"5", "a file or an image cannot be read or written"},
     {"128+n", "ended by signal n"},
+    {"141", "done, but nobody has read all of the output"},
 };
 
 /// What follows the one-line text of a verb or group.

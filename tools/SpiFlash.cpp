@@ -49,6 +49,16 @@ struct CSpiFlash::SUpdate {
     std::vector<bool> abFull{};                       // units that are all data
     std::vector<bool> abErase{};                      // units to be erased
 
+    /// @return true when something is to be erased, and there is something beside the data
+    bool HasOthers() const
+    {
+        for (std::size_t i = 0; i < BLOCK; ++i) {
+            if (strIsData[i] == 0 && strOld[i] != '\xFF')
+                return std::find(abErase.begin(), abErase.end(), true) != abErase.end();
+        }
+        return false;
+    }
+
     std::string_view Part(const std::string& strBytes, std::size_t i) const
     {
         return std::string_view(strBytes).substr(i * nUnit, nUnit);
@@ -153,9 +163,9 @@ int CSpiFlash::WaitReady(std::string_view strOperation, std::chrono::millisecond
             return m_oTool.Fail(eStatusNoAnswer, fmt::format("{}: the flash is still busy after {} ms",
                                                              strOperation, oLimit.count()));
         // A page takes about a millisecond and is asked after at once; what takes long, in proportion.
-        if (oElapsed > 4ms &&
-            !m_oTool.GetInterrupt().Wait(std::min<std::chrono::nanoseconds>(oElapsed / 8, 20ms)))
-            return m_oTool.Fail(eStatusNoAnswer, ""); // the signal's status
+        // After a signal it is asked without a pause, if that is still to be obeyed: then the next question fails.
+        if (oElapsed > 4ms)
+            m_oTool.GetInterrupt().Wait(std::min<std::chrono::nanoseconds>(oElapsed / 8, 20ms));
     }
 }
 
@@ -242,9 +252,19 @@ int CSpiFlash::UpdateBlock(SUpdate& oUpdate)
     }
     oUpdate.abErase.resize(nUnits);
     int nStatus = ReadOld(oUpdate);
+    if (nStatus != 0)
+        return nStatus;
+    // What is erased beside the data is nowhere else: a signal ends nothing before that is programmed again.
+    const bool bShared = m_oOptions.bPreserve && oUpdate.HasOthers();
+    const CInterrupt::CScope oScope(m_oTool.GetInterrupt(),
+                                    bShared ? CInterrupt::eByItself : CInterrupt::eSoon);
+    m_oSpi.SetIgnoringSignals(bShared);
+    nStatus = EraseOld(oUpdate);
     if (nStatus == 0)
-        nStatus = EraseOld(oUpdate);
-    return nStatus != 0 ? nStatus : ProgramNew(oUpdate);
+        nStatus = ProgramNew(oUpdate);
+    m_oSpi.SetIgnoringSignals(false);
+    return nStatus == 0 && m_oTool.GetInterrupt().GetSignal() != 0 ? m_oTool.Fail(eStatusNoAnswer, "")
+                                                                   : nStatus;
 }
 
 int CSpiFlash::ReadOld(SUpdate& oUpdate)
@@ -289,6 +309,8 @@ int CSpiFlash::EraseOld(SUpdate& oUpdate)
             continue;
         const std::size_t nFirst = i * oUpdate.nUnit;
         if (i == 0 || !bBlock) {
+            if (m_oTool.GetInterrupt().GetSignal() != 0)
+                break;
             const std::uint64_t nAddress = oUpdate.nAddress + nFirst;
             const int nStatus = bBlock ? Change(fmt::format("erase 64 KiB of flash at 0x{:x}", nAddress),
                                                 Address(0xD8, 0xDC, nAddress), LIMIT_BLOCK)
@@ -311,6 +333,11 @@ int CSpiFlash::ProgramNew(SUpdate& oUpdate)
 {
     const std::size_t nPage = m_oOptions.nPage;
     for (std::size_t nStart = 0; nStart < BLOCK; nStart += nPage) {
+        const bool bEnding = m_oTool.GetInterrupt().GetSignal() != 0;
+        for (std::size_t n = nStart; bEnding && n < nStart + nPage; ++n) {
+            if (oUpdate.strIsData[n] != 0)
+                oUpdate.strNew[n] = oUpdate.strOld[n]; // only what lies beside the data goes back
+        }
         const auto itOld = oUpdate.strOld.begin() + static_cast<std::ptrdiff_t>(nStart);
         const auto itNew = oUpdate.strNew.begin() + static_cast<std::ptrdiff_t>(nStart);
         const auto nSize = static_cast<std::ptrdiff_t>(nPage);

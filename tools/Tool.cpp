@@ -17,6 +17,7 @@
 #include <iostream>
 #include <map>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace
@@ -58,6 +59,10 @@ const std::map<std::string, EProgress> PROGRESS_MODES{{"auto", EProgress::eAuto}
                                                       {"plain", EProgress::ePlain},
                                                       {"json", EProgress::eJson},
                                                       {"none", EProgress::eNone}};
+
+constexpr std::size_t MAX_ANSWER = 80; // characters; no answer is longer
+
+int s_nOutputError = 0; // errno of data that did not get out to standard output
 
 // What is wrong with the arguments, where the parser tells neither what is meant nor what is wanted.
 std::string GetUsageError(const CLI::ParseError& oError)
@@ -260,12 +265,13 @@ int CTool::Run(int argc, char** argv)
         static_cast<void>(std::setvbuf(m_pTrace, nullptr, _IOLBF, BUFSIZ));
     }
     m_oInterrupt.Start();
-    int nStatus = eStatusFile;
+    int nStatus = eStatusDone;
     try {
         nStatus = m_pVerb->Run(*this);
-    } catch (const std::system_error&) {
+    } catch (const std::system_error& oError) {
         if (std::ferror(stdout) == 0)
             throw;
+        s_nOutputError = oError.code().value();
     }
     nStatus = CloseTrace(FlushOutput(nStatus));
     return m_oInterrupt.GetSignal() != 0 ? 128 + m_oInterrupt.GetSignal() : nStatus;
@@ -274,9 +280,12 @@ int CTool::Run(int argc, char** argv)
 // Whatever the status was, it is a failure when the data did not get out.
 int CTool::FlushOutput(int nStatus) const
 {
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        return Fail(eStatusFile, "standard output: " + GetSystemError());
-    return nStatus;
+    const bool bFlushed = std::fflush(stdout) == 0;
+    if (bFlushed && std::ferror(stdout) == 0)
+        return nStatus;
+    if (bFlushed && s_nOutputError != 0)
+        errno = s_nOutputError;
+    return errno == EPIPE && nStatus != 0 ? nStatus : FailOutput("standard output");
 }
 
 // The verb's own failure tells more than that of the trace.
@@ -290,6 +299,8 @@ int CTool::CloseTrace(int nStatus)
     if (m_nTraceError == 0)
         return nStatus;
     errno = m_nTraceError;
+    if (errno == EPIPE)
+        return nStatus != 0 ? nStatus : 128 + SIGPIPE;
     // Also after Ctrl-C, which is how most long traces end.
     Report(fmt::format("quorvel: {}: {}", pTrace == stderr ? "standard error" : m_oOptions.strTrace,
                        GetSystemError()));
@@ -298,7 +309,9 @@ int CTool::CloseTrace(int nStatus)
 
 void CTool::PrintJson(const CJson& oData)
 {
-    fmt::print("{}\n", FormatJson(oData));
+    const std::string strLine = FormatJson(oData) + "\n";
+    if (std::fwrite(strLine.data(), 1, strLine.size(), stdout) != strLine.size())
+        s_nOutputError = errno;
 }
 
 int CTool::Fail(EStatus eStatus, const std::string& strText) const
@@ -310,6 +323,11 @@ int CTool::Fail(EStatus eStatus, const std::string& strText) const
         m_pProgress->Fail();
     Report("quorvel: " + strText);
     return eStatus;
+}
+
+int CTool::FailOutput(const std::string& strName) const
+{
+    return errno == EPIPE ? 128 + SIGPIPE : Fail(eStatusFile, strName + ": " + GetSystemError());
 }
 
 void CTool::Note(const std::string& strText) const
@@ -336,12 +354,20 @@ void CTool::Report(const std::string& strText) const
     PutError(ToHarmless(strText) + "\n");
 }
 
-bool CTool::Ask(const std::string& strQuestion)
+std::optional<std::string> CTool::Ask(const std::string& strQuestion)
 {
-    fmt::print(stderr, "{} [y/N] ", ToHarmless(strQuestion));
+    PutError(ToHarmless(strQuestion) + " ");
+    if (std::ferror(stderr) != 0)
+        return std::nullopt;
     std::string strAnswer;
-    std::getline(std::cin, strAnswer);
-    return strAnswer == "y" || strAnswer == "Y" || strAnswer == "yes";
+    for (char cByte = 0; m_oInterrupt.Read(STDIN_FILENO, cByte) && strAnswer.size() <= MAX_ANSWER;
+         strAnswer += cByte) {
+        if (cByte == '\n')
+            return strAnswer;
+    }
+    if (m_oInterrupt.GetSignal() != 0)
+        PutError("\n");
+    return m_oInterrupt.GetSignal() != 0 || strAnswer.empty() ? std::nullopt : std::optional(strAnswer);
 }
 
 int CTool::CheckResult(EQuorvelDevice eKind, unsigned nTimeout, bool bConnecting,

@@ -124,16 +124,26 @@ class CTool
     SOptions& GetOptions() { return m_oOptions; }
 
     /// @return what takes Ctrl-C
-    CInterrupt& GetInterrupt() { return m_oInterrupt; }
+    CInterrupt& GetInterrupt() const { return m_oInterrupt; }
 
-    /// Prints data that is JSON: one line on standard output.
+    /// Prints data that is JSON: one line on standard output. What cannot be written shows at the end, or in Flush.
     static void PrintJson(const CJson& oData);
+
+    /// Brings out what was printed, for verbs that go on. @return 0, or the exit status of a failure, which was reported
+    int Flush() const { return FlushOutput(eStatusDone); }
 
     /**
      * Prints an error; like all that is reported, it is one line and harmless, whatever texts it quotes.
      * @return the status; after Ctrl-C, without printing, the signal's status
      */
     int Fail(EStatus eStatus, const std::string& strText) const;
+
+    /**
+     * Reports that output could not be written, as errno tells; nothing when just nobody reads it any more.
+     * @param strName the output
+     * @return the exit status
+     */
+    int FailOutput(const std::string& strName) const;
 
     /// Prints a remark on standard error, unless -q.
     void Note(const std::string& strText) const;
@@ -147,8 +157,11 @@ class CTool
     /// Takes what is being drawn, whose line is ended before anything is reported; null when nothing is.
     void SetProgress(CProgress* pProgress) { m_pProgress = pProgress; }
 
-    /// Asks for permission on the terminal. @return true for y or yes; false also at the end of the input
-    static bool Ask(const std::string& strQuestion);
+    /**
+     * Asks a question on standard error and reads a line of standard input.
+     * @return the line; nothing at the end of the input, after a signal, and when the question cannot be seen
+     */
+    std::optional<std::string> Ask(const std::string& strQuestion);
 
     /**
      * Reports the result of an operation of a gateway, if it is none.
@@ -192,7 +205,7 @@ class CTool
     const CLI::App& GetInnermost() const;
 
     SOptions m_oOptions;
-    CInterrupt m_oInterrupt;
+    mutable CInterrupt m_oInterrupt;
     CLI::App m_oApp;
     std::vector<std::unique_ptr<CVerb>> m_apVerbs;
     CVerb* m_pVerb = nullptr;

@@ -16,26 +16,24 @@ namespace
 constexpr std::uint64_t MAX_CHUNK = 32768;
 constexpr std::size_t MAX_PENDING = 2; // one is written while the next is on its way
 constexpr std::uint64_t READ_CHUNK = 8192;
-constexpr int RC_CONNECTION_LOST = 0x00030000;
-constexpr int RC_TIME_OUT = 0x00040000;
 constexpr int RC_READ_FAILED = 0x0E26;
 
 /// Says when a write was reported, or will never be.
 class CAWire : public CGateway<CQuorvelClientAWire>
 {
   public:
-    explicit CAWire(CTool& oTool) : CGateway(oTool), m_oInterrupt(oTool.GetInterrupt()) {}
+    explicit CAWire(CTool& oTool) : CGateway(oTool), m_oInterrupt(oTool.GetInterrupt())
+    {
+        m_oInterrupt.SetAction([this] {
+            Abort();
+            m_oEventBlockProgress.Signal();
+        });
+    }
 
     ~CAWire() override
     {
         m_oInterrupt.SetAction({});
         StopReception();
-    }
-
-    /// From now on Ctrl-C ends waits, but does not close the connection: an exchange would wait for its time-out.
-    void KeepOpen()
-    {
-        m_oInterrupt.SetAction([this] { m_oEventBlockProgress.Signal(); });
     }
 
     CZelEvent& GetEvent() { return m_oEventBlockProgress; }
@@ -44,6 +42,7 @@ class CAWire : public CGateway<CQuorvelClientAWire>
     {
         if (!bConnected)
             m_oEventBlockProgress.Signal();
+        CGateway::ConInd(bConnected);
     }
 
   private:
@@ -87,7 +86,6 @@ class CAWireTarget : public CTarget
     {
         if (const int nStatus = m_oGateway.OpenGateway(); nStatus != 0)
             return nStatus;
-        m_oGateway.KeepOpen();
         unsigned nStart = 0;
         unsigned nSize = 0;
         unsigned nPageSize = 0;
@@ -125,8 +123,6 @@ class CAWireTarget : public CTarget
         for (std::uint64_t nDone = 0; nDone < nLength;) {
             const auto nChunk = static_cast<unsigned short>(std::min(READ_CHUNK, nLength - nDone));
             unsigned short nRead = 0;
-            if (m_oTool.GetInterrupt().GetSignal() != 0)
-                return m_oTool.Fail(eStatusNoAnswer, "");
             int nRC = m_oGateway.Read(static_cast<unsigned>(nAddress + nDone), nChunk,
                                       strBytes.data() + nDone, nRead);
             if (nRC == 0 && nRead < nChunk)

@@ -20,8 +20,6 @@ namespace
 
 using CClock = std::chrono::steady_clock;
 
-constexpr int TRANSPORT = 0x00FF0000; // bits of a result code that no gateway sets
-
 double Milliseconds(CClock::duration oTime)
 {
     return std::chrono::duration<double, std::milli>(oTime).count();
@@ -235,7 +233,7 @@ class CPing : public CKindVerb
             const int nRC = Connected(oTool, oGateway);
             const auto oStart = CClock::now();
             std::string strText;
-            const int nResult = nRC == 0 ? oGateway.Status(strText) : nRC;
+            const int nResult = nRC == 0 ? oGateway.GetReason(oGateway.Status(strText)) : nRC;
             const double dTime = Milliseconds(CClock::now() - oStart);
             if (oTool.GetInterrupt().GetSignal() != 0)
                 break;
@@ -244,6 +242,8 @@ class CPing : public CKindVerb
             if (bAnswered)
                 adTimes.push_back(dTime);
             Print(oTool, nSent, bAnswered, dTime, nResult);
+            if (const int nStatus = oTool.Flush(); nStatus != 0)
+                return nStatus;
             oNext += std::chrono::duration_cast<CClock::duration>(std::chrono::duration<double>(m_dInterval));
             oNext = std::max(oNext, CClock::now());
             if (nSent == m_nCount || !oTool.GetInterrupt().Wait(oNext - CClock::now()))
@@ -283,7 +283,6 @@ class CPing : public CKindVerb
                        bAnswered ? fmt::format("{:.3f} ms", dTime) : "lost", strError.empty() ? "" : ": ",
                        strError);
         }
-        static_cast<void>(std::fflush(stdout));
     }
 
     static void Summarise(CTool& oTool, unsigned nSent, std::vector<double> adTimes)
@@ -361,7 +360,7 @@ class CScan : public CVerb
         }
         oTool.GetInterrupt().SetAction([this] {
             for (const STarget& oTarget : m_aoTargets)
-                oTarget.pGateway->Disconnect();
+                oTarget.pGateway->Abort();
         });
         AskAll(oTool.GetInterrupt());
         const bool bFound = Print(oTool.GetOptions().bJson);
@@ -392,14 +391,14 @@ class CScan : public CVerb
             for (std::size_t i = nNext++; i < m_aoTargets.size() && oInterrupt.GetSignal() == 0;
                  i = nNext++) {
                 STarget& oTarget = m_aoTargets[i];
-                CQuorvelClient& oClient = *oTarget.pGateway;
+                CAnyGateway& oClient = *oTarget.pGateway;
                 oTarget.nRC =
                     oClient.Connect(m_strHost.c_str(), oTarget.nPort, CZelIPBase::eProtocolTCP, true);
                 if (oTarget.nRC != 0)
                     continue;
                 oTarget.bOpen = true;
-                oClient.Open();
-                oTarget.nRC = oClient.Status(oTarget.strStatus);
+                static_cast<CQuorvelClient&>(oClient).Open();
+                oTarget.nRC = oClient.GetReason(oClient.Status(oTarget.strStatus));
                 oClient.Disconnect();
             }
         };
@@ -482,7 +481,8 @@ class CWatchVerb : public CKindVerb
             if (const int nStatus = fnRead(bPrinted); nStatus != 0)
                 return nStatus;
             if (bPrinted) {
-                static_cast<void>(std::fflush(stdout));
+                if (const int nStatus = oTool.Flush(); nStatus != 0)
+                    return nStatus;
                 if (++nPrinted == m_nCount)
                     return eStatusDone;
             }

@@ -117,6 +117,9 @@ class CReceiveVerb : public CVerb
         CCanReceiver oCan(oTool, m_nQueue);
         if (const int nStatus = oCan.OpenGateway(); nStatus != 0)
             return nStatus;
+        // A file gets whole lines; what reads standard output may never go on.
+        const CInterrupt::CScope oScope(oTool.GetInterrupt(),
+                                        pFile == stdout ? CInterrupt::eSoon : CInterrupt::eByItself);
         unsigned char nMode = 0;
         if (const int nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode), 1);
             nStatus != 0)
@@ -151,7 +154,7 @@ class CReceiveVerb : public CVerb
                 oLast = CSteady::now();
                 if (std::fwrite(strText.data(), 1, strText.size(), pFile) != strText.size() ||
                     std::fflush(pFile) != 0)
-                    return oTool.Fail(eStatusFile, strFile + ": " + GetSystemError());
+                    return oTool.FailOutput(strFile);
             }
             const bool bComplete = m_nCount != 0 && m_nReceived == m_nCount;
             if (nDropped != 0 && !bComplete) {
@@ -468,6 +471,8 @@ class CCanSend : public CVerb
                 if (nTime)
                     oData["time"] = ToSeconds(*nTime);
                 CTool::PrintJson(oData);
+                if (std::ferror(stdout) != 0)
+                    return oTool.Flush();
             }
             if (oProgress)
                 oProgress->Update(i + 1);

@@ -306,13 +306,9 @@ class CScan : public CVerb
         CMaster oCan(oTool);
         if (const int nStatus = OpenMaster(oTool, oCan); nStatus != 0)
             return nStatus;
-        // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
-        oTool.GetInterrupt().SetAction({});
         CProgress oProgress(oTool, "Scanning", m_nLast - m_nFirst + 1);
         std::vector<SFound> aoFound;
         for (unsigned nNode = m_nFirst; nNode <= m_nLast; ++nNode) {
-            if (oTool.GetInterrupt().GetSignal() != 0)
-                return oTool.Fail(eStatusNoAnswer, ""); // the signal's status
             SFound oFound{nNode, {}, {}};
             const int nRC = oCan.Sdo(SDO_READ, {nNode, 0x1000, 0}, GetWait(), {}, oFound.strType);
             if (nRC != SDO_TIMED_OUT && nRC != SDO_ABORTED) {
@@ -670,8 +666,8 @@ class CEvents : public CVerb
                 if (++nShown == m_nCount)
                     return eStatusDone;
             }
-            if (std::fflush(stdout) != 0)
-                return oTool.Fail(eStatusFile, "standard output: " + GetSystemError());
+            if (const int nStatus = oTool.Flush(); nStatus != 0)
+                return nStatus;
             if (nDropped != 0)
                 oTool.Warn(fmt::format("{} events were lost", nDropped));
             if (eWait == CCanReceiver::eTimedOut)

@@ -37,8 +37,6 @@ class CFirmwareTarget : public CTarget
     {
         if (const int nStatus = m_oGateway.OpenGateway(); nStatus != 0)
             return nStatus;
-        // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
-        m_oTool.GetInterrupt().SetAction({});
         int nSize = 0;
         const int nStatus = m_oGateway.Check("get EEPROM size", m_oGateway.GetEEPromInfo(nSize), 6);
         m_aoMemories[1].nSize = static_cast<unsigned>(std::max(nSize, 0));
@@ -47,8 +45,13 @@ class CFirmwareTarget : public CTarget
 
     int EraseBlock(const SMemory& /*oMemory*/, unsigned /*nBlock*/) override
     {
-        return m_oGateway.Check("clear flash", m_oGateway.ClearFlash());
+        const int nStatus = m_oGateway.Check("clear flash", m_oGateway.ClearFlash());
+        m_bTouched = m_oGateway.IsSent();
+        return nStatus;
     }
+
+    /// @return true when the flash is perhaps no longer what it was
+    bool IsTouched() const { return m_bTouched; }
 
     int Read(const SMemory& oMemory, std::uint64_t nAddress, std::uint64_t nLength, std::string& strBytes,
              const TProgress& fnProgress) override
@@ -63,8 +66,6 @@ class CFirmwareTarget : public CTarget
             char acBytes[std::max(BLOCK, EEPROM_READ_CHUNK)];
             unsigned nRead = 0;
             int nRC = 0;
-            if (m_oTool.GetInterrupt().GetSignal() != 0)
-                return m_oTool.Fail(eStatusNoAnswer, "");
             if (bFlash) {
                 nRC = m_oGateway.ReadFlash(static_cast<unsigned short>(nAt / BLOCK), acBytes, nRead);
             } else {
@@ -88,8 +89,6 @@ class CFirmwareTarget : public CTarget
               const TProgress& fnProgress) override
     {
         for (std::uint64_t nDone = 0; nDone < strBytes.size();) {
-            if (m_oTool.GetInterrupt().GetSignal() != 0)
-                return m_oTool.Fail(eStatusNoAnswer, "");
             const std::uint64_t nAt = nAddress + nDone;
             const char* const pBytes = strBytes.data() + nDone;
             const std::uint64_t nChunk =
@@ -143,6 +142,7 @@ class CFirmwareTarget : public CTarget
 
     CTool& m_oTool;
     CGateway<CQuorvelClientFirmware> m_oGateway;
+    bool m_bTouched = false;
 };
 
 class CFirmwareInfo : public CVerb
@@ -340,14 +340,26 @@ class CFirmwareUpdate : public CVerb
         SInfo oInfo{};
         if (const int nStatus = oTarget.GetDeviceInfo(oInfo); nStatus != 0)
             return nStatus;
-        if (!m_bYes && !CTool::Ask(fmt::format(
-                           "Replace the firmware of {} (serial number {}, hardware {}, software {}) by {}?",
-                           oTool.GetOptions().strHost, oInfo.nSerialNumber, oInfo.GetHWVersionString(),
-                           oInfo.GetSWVersionString(), m_oOperation.strFile)))
-            return oTool.Fail(eStatusUsage, "not updated: you did not agree");
-        if (const int nStatus = oProgrammer.Execute(); nStatus != 0) {
-            oTool.Warn("the gateway has no complete firmware: repeat the update before it is restarted");
-            return nStatus;
+        if (!m_bYes) {
+            const std::string strAnswer =
+                oTool
+                    .Ask(fmt::format("Replace the firmware of {} (serial number {}, hardware {}, software "
+                                     "{}) by {}? [y/N]",
+                                     oTool.GetOptions().strHost, oInfo.nSerialNumber,
+                                     oInfo.GetHWVersionString(), oInfo.GetSWVersionString(),
+                                     m_oOperation.strFile))
+                    .value_or("");
+            if (strAnswer != "y" && strAnswer != "Y" && strAnswer != "yes")
+                return oTool.Fail(eStatusUsage, "not updated: you did not agree");
+        }
+        {
+            const CInterrupt::CScope oScope(oTool.GetInterrupt(), CInterrupt::eByItself); // for the warning
+            if (const int nStatus = oProgrammer.Execute(); nStatus != 0) {
+                if (oTarget.IsTouched())
+                    oTool.Warn(
+                        "the gateway has no complete firmware: repeat the update before it is restarted");
+                return nStatus;
+            }
         }
         if (const int nStatus = oTarget.Restart(std::chrono::milliseconds(m_nRestartTime)); nStatus != 0)
             return nStatus;

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 #include <utility>
 
 namespace
@@ -113,13 +112,12 @@ class CI2cVerb : public CVerb
     {
         if (m_bYes)
             return eStatusDone;
-        fmt::print(stderr, "{}\nContinue? [{}] ", strText, bDefault ? "Y/n" : "y/N");
-        std::string strAnswer;
-        const bool bAnswered = static_cast<bool>(std::getline(std::cin, strAnswer));
-        const char cAnswer = strAnswer.empty() ? '\0' : strAnswer[0];
+        const auto strAnswer =
+            oTool.Ask(fmt::format("{}\nContinue? [{}]", strText, bDefault ? "Y/n" : "y/N"));
+        const char cAnswer = !strAnswer || strAnswer->empty() ? '\0' : strAnswer->front();
         const bool bYes = cAnswer == 'y' || cAnswer == 'Y';
         const bool bNo = cAnswer == 'n' || cAnswer == 'N';
-        if (bAnswered && (bYes || (bDefault && !bNo)))
+        if (strAnswer && (bYes || (bDefault && !bNo)))
             return eStatusDone;
         return oTool.Fail(eStatusUsage, "not confirmed, nothing was done; -y does not ask");
     }

@@ -210,12 +210,8 @@ class CEepromVerb : public CVerb
             nTotal += oRange.strBytes.size();
         CProgress oProgress(oTool, pTitle, nTotal);
         std::uint64_t nDone = 0;
-        // From now on Ctrl-C does not close the connection: an exchange would wait for its time-out.
-        oTool.GetInterrupt().SetAction({});
         for (CImage::SRange& oRange : aoRanges) {
             for (std::uint64_t nOffset = oRange.nAddress; nOffset <= oRange.GetLast();) {
-                if (oTool.GetInterrupt().GetSignal() != 0)
-                    return oTool.Fail(eStatusNoAnswer, "");
                 const std::uint64_t nNext = std::min(oRange.GetLast() + 1, (nOffset / PIECE + 1) * PIECE);
                 const auto nLength = static_cast<unsigned short>(nNext - nOffset);
                 unsigned short nMoved = 0;

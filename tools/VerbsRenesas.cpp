@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr std::uint64_t PAGE = 256;
+constexpr unsigned MAX_LAST = 2000; // milliseconds for the end of the run after Ctrl-C
 constexpr int RC_SHORT_ANSWER = 0x000C0900;
 
 class CRenesasTarget : public CTarget
@@ -82,10 +83,9 @@ class CRenesasTarget : public CTarget
     {
         if (const int nStatus = m_oGateway.OpenGateway(); nStatus != 0)
             return nStatus;
-        // From now on Ctrl-C does not close the connection: the run is completed on it.
-        m_oTool.GetInterrupt().SetAction({});
+        m_oScope.emplace(m_oTool.GetInterrupt(), CInterrupt::eByItself); // the run has to be completed
         int nStatus = m_oGateway.Check("init", m_oGateway.Init());
-        m_bRunning = nStatus == 0;
+        m_bRunning = nStatus == 0 || (m_oTool.GetInterrupt().GetSignal() != 0 && m_oGateway.IsSent());
         if (nStatus == 0 && m_oOptions.nBaudIndex)
             nStatus = m_oGateway.Check(
                 "set baud rate", m_oGateway.SetBaudrate(static_cast<unsigned char>(*m_oOptions.nBaudIndex)));
@@ -96,7 +96,11 @@ class CRenesasTarget : public CTarget
 
     int Close(int nStatus) override
     {
+        m_oGateway.SetIgnoringSignals(true);
+        if (m_oTool.GetInterrupt().GetSignal() != 0)
+            m_oGateway.LimitTimeout(MAX_LAST);
         const int nRC = m_bRunning ? m_oGateway.Complete() : 0;
+        m_oScope.reset();
         return nStatus != 0 ? nStatus : m_oGateway.Check("complete", nRC);
     }
 
@@ -170,6 +174,7 @@ class CRenesasTarget : public CTarget
     SOptions m_oOptions;
     CGateway<CQuorvelClientRenesas> m_oGateway;
     bool m_bRunning = false;
+    std::optional<CInterrupt::CScope> m_oScope;
 };
 
 /// Prints the target's checksum of a range.

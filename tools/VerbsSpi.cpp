@@ -494,7 +494,8 @@ class CFlashWrite : public CFlashVerb
         m_oApp.footer(
             "Erases and programs only where the flash differs from the image; so writing again what is there "
             "takes little time. What lies beside the image in a piece that has to be erased is read before "
-            "and programmed again. If writing is broken off in between, it is lost.\n\n"
+            "and programmed again; Ctrl-C waits for that. If the connection breaks in between, it is "
+            "lost.\n\n"
             "With --json prints the number of bytes written, erased and programmed, then the result of "
             "the verification, as verify does.\n\n"
             "Status 3: the flash differs afterwards.\n\n"

@@ -11,6 +11,7 @@ int main(int argc, char** argv)
 {
     TakeStandardDescriptors();
     std::signal(SIGXFSZ, SIG_IGN); // a file at its size limit is reported like a full disk
+    std::signal(SIGPIPE, SIG_IGN); // what is being programmed is completed, whoever still listens
     try {
         CTool oTool;
         return oTool.Run(argc, argv);

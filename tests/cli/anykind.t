@@ -50,7 +50,7 @@ Scan: a gateway, one that refuses, and an open port without one:
      5  DIO         0   5004  ...
     $ simulator 127.90.1.12 --port-index 2 --fault I2C:close
     $ command quorvel --json scan 127.90.1.12 --indexes 1-3 | grep -E '"name":"(I2C|Firmware)"'
-    {"kind":1,"name":"I2C","index":2,"port":5200,"state":"open","error":"0x00040000, TCP/IP timeout occured"}
+    {"kind":1,"name":"I2C","index":2,"port":5200,"state":"open","error":"0x00030000, Not connected to TCP/IP partner"}
     {"kind":0,"name":"Firmware","index":2,"port":5299,"state":"gateway","status":"Simulated Firmware .*"} (re)
     $ command quorvel --port-index 2 scan 127.90.1.12 | wc -l; quorvel scan 127.90.1.12
     12

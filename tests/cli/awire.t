@@ -147,7 +147,7 @@ Ctrl-C while a large file is written, and a gateway that goes meanwhile:
     $ mkfifo ready progress
     $ at_once() { while read -r line; do case $line in *Writing*'"percent":'[1-9]*) "$@"; break;; esac; done; cat > last; }
     $ image big.hex 0x10000000 0x10100000 'Large. '
-    $ command quorvel -q --progress=json -g "$GATEWAY" awire flash big.hex 2> progress & pid=$!
+    $ (exec quorvel -q --progress=json -g "$GATEWAY" awire flash big.hex) 2> progress & pid=$!
     $ at_once kill -INT $pid < progress; wait $pid
     [130]
     $ grep -o '"state":"[a-z]*"' last | tail -1

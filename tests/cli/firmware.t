@@ -66,11 +66,23 @@ A gateway that refuses a block, and an update that is interrupted:
     $ command quorvel -g 127.90.4.7 firmware info
     quorvel: Firmware gateway 127.90.4.7:5099: get device information: the answer is too short
     [4]
-    $ kill $sim; wait $sim; start 'Firmware:delay=20@4-'; head -c 262144 /dev/zero > zero.bin
-    $ (exec quorvel -q --progress=json -g 127.90.4.7 firmware update --yes zero.bin) 2> progress & pid=$!
-    $ while read -r line; do case $line in *Writing*'"percent":'[1-9]*) kill -INT $pid 2> /dev/null;; quorvel*) echo "$line";; esac; done < progress; wait $pid
+    $ kill $sim; wait $sim; start 'Firmware:silent@3'
+    $ (exec quorvel -q --trace --timeout 50000 -g 127.90.4.7 firmware update --yes new.hex) 2> progress & pid=$!
+    $ while read -r line; do case $line in *'-> firmware clear flash'*) kill -INT $pid;; quorvel*) echo "$line";; esac; done < progress; wait $pid
     quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
     [130]
+    $ kill $sim; wait $sim; start 'Firmware:close@5'
+    $ command quorvel -q -g 127.90.4.7 firmware update --yes new.hex
+    quorvel: Firmware gateway 127.90.4.7:5099: write flash 0x0800: 0x00030000, Not connected to TCP/IP partner (the connection is lost)
+    quorvel: warning: the gateway has no complete firmware: repeat the update before it is restarted
+    [4]
+
+A signal that was ignored at the start stays ignored, and nobody has to listen:
+
+    $ kill $sim; wait $sim; start 'Firmware:delay=20@4-'
+    $ (trap '' INT; exec quorvel --progress=json -g 127.90.4.7 firmware update --yes new.hex) 2> progress & pid=$!
+    $ read -r line < progress; kill -INT $pid; wait $pid
+    serial number 1001, hardware KTV-GW 1.2, software 1.0
     $ kill $sim; wait $sim; start 'Firmware:truncate=1@1'
     $ command quorvel -g 127.90.4.7 firmware eeprom read; command quorvel -g 127.90.4.7 firmware eeprom write --format m 1
     quorvel: Firmware gateway 127.90.4.7:5099: get EEPROM size: the answer is too short

@@ -149,6 +149,11 @@ What is not the device's fault:
     $ command quorvel -q -g 127.90.2.3 --timeout 60000 --trace=trace i2c eeprom read --type 24c02 partial.bin & pid=$!
     $ until test -s trace; do :; done; kill -TERM $pid; wait $pid
     [143]
+    $ mkfifo answer; (exec quorvel -g "$GATEWAY" i2c set 0 0x48 2 1) < answer 2> question & pid=$!
+    $ exec 4> answer; until grep -q Continue question; do :; done; kill -INT $pid; echo y >&4; wait $pid
+    [130]
+    $ quorvel i2c get -y 0 0x48 2
+    0x4b
     $ stop; start 'I2C:delay=20'; mkfifo progress; head -c 32768 /dev/zero > zeros.bin
     $ (exec quorvel -q --progress=json -g 127.90.2.3 i2c eeprom write --type 24c256 zeros.bin) 2> progress & pid=$!
     $ while read -r line; do case $line in *'"percent":'[1-9]*) kill -INT $pid 2> /dev/null;; esac; last=$line; done < progress; wait $pid

@@ -203,11 +203,18 @@ A gateway whose flash is protected (all its answers are zeros), one that loses b
     quorvel: SPI gateway 127.90.1.17:5002: read flash id: the answer is too short
     [4]
     $ simulator 127.90.1.18 --fault 'SPI:silent@3'
-    $ command quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin &
+    $ (exec quorvel -g 127.90.1.18 --timeout 20000 -q spi flash read big.bin) &
     $ end=$((SECONDS + 10)); until compgen -G 'big.bin.*' > found || ((SECONDS > end)); do :; done
     $ kill -INT $!; wait $!
     [130]
     $ ls big.bin*
     ls: cannot access 'big.bin*': No such file or directory
     [2]
+    $ simulator 127.90.1.19 --fault SPI:delay=40; printf %0256d 0 > beside; printf abc > abc; mkfifo frames
+    $ for at in 0 0xf00; do command quorvel -q -g 127.90.1.19 spi flash write beside --offset $at; done
+    $ (exec quorvel -q --trace -g 127.90.1.19 spi flash write abc --offset 0xf00) 2> frames & pid=$!
+    $ while read -r line; do case $line in *'  20 00 00 00 '*) kill -INT $pid;; esac; done < frames; wait $pid
+    [130]
+    $ command quorvel -q -g 127.90.1.19 spi flash read - --length 0xf00 | tr -d '\377' | wc -c
+    256
     $ kill $pids
