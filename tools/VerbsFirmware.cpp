@@ -18,6 +18,7 @@ using SInfo = CQuorvelClientFirmware::SQuorvelDeviceInfoEx;
 
 constexpr std::uint64_t BLOCK = 2048;
 constexpr std::uint64_t BLOCKS = 128;
+constexpr std::uint64_t EEPROM_REACH = 0x10000;   // offsets have 16 bits
 constexpr std::uint64_t EEPROM_WRITE_CHUNK = 256; // writing an EEPROM takes its time
 constexpr std::uint64_t EEPROM_READ_CHUNK = 2048;
 constexpr int RC_SHORT_ANSWER = 0x000C0000;
@@ -27,7 +28,8 @@ class CFirmwareTarget : public CTarget
 {
   public:
     explicit CFirmwareTarget(CTool& oTool)
-        : CTarget({{"flash", 0, BLOCKS * BLOCK, BLOCK, BLOCKS * BLOCK}, {"eeprom"}}),
+        : CTarget(
+              {{"flash", 0, BLOCKS * BLOCK, BLOCK, BLOCKS * BLOCK}, {"eeprom", 0, 0, 1, 0, EEPROM_REACH}}),
           m_oTool(oTool),
           m_oGateway(oTool)
     {
@@ -278,8 +280,7 @@ class CEepromWrite : public CFirmwareOperation
         m_oApp.add_option("FILE", m_oOperation.strFile, "The file, - for standard input")
             ->type_name("")
             ->required();
-        m_oApp.add_option("--address", m_oOptions.nFirst, "Where a file without addresses begins; default 0")
-            ->type_name("ADDRESS");
+        AddAddressOption(m_oApp, m_oOptions, "Where a file without addresses begins; default 0");
         m_oApp.add_flag("-V,--no-verify", m_oOptions.bNoVerify,
                         "Do not read back and compare what was written");
         m_oApp.add_flag("-n,--dry-run", m_oOptions.bDryRun, "Do not write: only check the file");
