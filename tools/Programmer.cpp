@@ -502,16 +502,18 @@ namespace
 {
 
 constexpr const char* FORMATS =
-    "Formats: a automatic (ELF, Intel HEX, S-records, anything else is raw, unless its name ends like Intel "
-    "HEX or S-records), i Intel HEX, I Intel HEX with comments (a wrong checksum is only a warning), "
+    "Formats: a automatic (as the ending of the name tells: .hex .ihex .ihx .mcs Intel HEX, .srec .s19 .s28 "
+    ".s37 .mot S-records, .bin .img .rom raw; with any other as the file begins: ELF, Intel HEX, S-records, "
+    "else raw), i Intel HEX, I Intel HEX with comments (a wrong checksum is only a warning), "
     "s S-records, r raw, e ELF (what it loads, at the physical addresses), d, h, o, b decimal, hexadecimal, "
     "octal or binary numbers separated by commas, and m: then FILE is not a file but the bytes themselves, "
-    "such as 0x01,2,3.";
+    "such as 0x01,2,3. A raw file may be as long as the memory, a text 16 times as long, an ELF file 64 MiB.";
 
 constexpr const char* FORMATS_WRITTEN =
     "Formats: i Intel HEX, I Intel HEX with comments, s S-records, r raw, d, h, o, b decimal, hexadecimal, "
-    "octal or binary numbers separated by commas, a automatic: r for one memory, I for several, as without "
-    "--format.";
+    "octal or binary numbers separated by commas, a automatic: as the ending of the name tells, .hex .ihex "
+    ".ihx .mcs i, .srec .s19 .s28 .s37 .mot s, .bin .img .rom r; with any other r for one memory, I for "
+    "several.";
 
 constexpr const char* STATUS = "Exit status: 0 done, 1 refused by the gateway, 2 usage, 3 the target differs "
                                "from the file, 4 no answer, 5 the "
@@ -642,8 +644,9 @@ CTargetFlash::CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts)
         "and read back and compared, unless -V. {}\n\n{} The file - is standard input or output.\n\nA file "
         "name may contain colons: only a known "
         "format "
-        "letter behind the last one is a format. Reading writes a raw file for one memory, format I for "
-        "several; e and m cannot be written.\n\nDifferences are told on standard error, the first 10 as "
+        "letter behind the last one is a format. Reading writes in the format that the ending tells; with "
+        "any other a raw file for one memory, format I for several. e and m cannot be "
+        "written.\n\nDifferences are told on standard error, the first 10 as "
         "lines, then how many bytes "
         "differ and "
         "whether bits are only set or only cleared. With -v the speed is told. With --json one object is "

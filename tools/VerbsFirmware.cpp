@@ -219,9 +219,9 @@ class CFlashRead : public CFirmwareOperation
             ->type_name("")
             ->required();
         m_oApp.footer(
-            "The flash has 128 blocks of 2048 bytes and begins at address 0. Formats: r raw (default), i "
-            "Intel "
-            "HEX, I with comments, s S-records, d, h, o, b numbers.\n\nquorvel -g 192.168.0.10 firmware read "
+            "The flash has 128 blocks of 2048 bytes and begins at address 0. Formats: i Intel "
+            "HEX, I with comments, s S-records, r raw, d, h, o, b numbers; without --format as the ending of "
+            "the name tells, such as .hex, .srec or .bin, else raw.\n\nquorvel -g 192.168.0.10 firmware read "
             "old.bin");
     }
 };
@@ -238,9 +238,9 @@ class CEepromRead : public CFirmwareOperation
                         "A file, - for standard output; default: a hex dump is printed")
             ->type_name("");
         m_oApp.footer(
-            "The first 256 bytes are the device information. Formats of files: r raw (default), i Intel HEX, "
-            "I "
-            "with comments, s S-records, d, h, o, b numbers. Without a file, --json prints first and last "
+            "The first 256 bytes are the device information. Formats of files: i Intel HEX, I "
+            "with comments, s S-records, r raw, d, h, o, b numbers; without --format as the ending of the "
+            "name tells, such as .hex, .srec or .bin, else raw. Without a file, --json prints first and last "
             "address and the bytes.\n\nquorvel -g 192.168.0.10 firmware eeprom read --address 0x100 "
             "--length 256");
     }
@@ -287,8 +287,9 @@ class CEepromWrite : public CFirmwareOperation
         m_oApp.footer(
             "The first 256 bytes are the device information: serial number and versions, most significant "
             "byte "
-            "first. Formats: a automatic (Intel HEX, S-records, ELF, anything else raw, unless its name ends "
-            "like Intel HEX or S-records), i, s, e, r, d, h, o, b "
+            "first. Formats: a automatic (as the ending of the name tells, such as .hex, .srec or .bin, else "
+            "as "
+            "the file begins: Intel HEX, S-records, ELF, anything else raw), i, s, e, r, d, h, o, b "
             "numbers, and m: then FILE is not a file but the bytes themselves.\n\nquorvel -g 192.168.0.10 "
             "firmware eeprom write --address 0x100 --format m 0x12,0x34");
     }

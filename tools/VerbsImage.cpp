@@ -304,8 +304,8 @@ class CImageCompare : public CVerb
         m_oApp.add_option("A", m_strA, "An image; - is standard input")->required()->type_name("FILE");
         m_oApp.add_option("B", m_strB, "The other image")->required()->type_name("FILE");
         AddFormatOption(m_oApp, "--from", m_eFrom,
-                        "Format of both; auto: for each the first character decides, else the ending of "
-                        "its name");
+                        "Format of both; auto: for each the ending of its name decides, else the first "
+                        "character");
         m_oApp.add_option("--max", m_nMaximum, "How many differences are listed")
             ->type_name("N")
             ->capture_default_str();
