@@ -15,7 +15,7 @@ using EAction = SMemoryOperation::EAction;
 
 constexpr std::uint64_t SMALL = 32;           // bytes that have no bar
 constexpr std::uint64_t MAX_PAGE = 65536;     // bytes
-constexpr std::uint64_t MAX_BLOCKS = 65536;   // have numbers of 16 bits
+constexpr std::uint64_t MAX_BLOCKS = 65536;   // their numbers have 16 bits
 constexpr std::string_view UNWRITABLE = "em"; // formats that are only read
 
 std::string Bytes(std::uint64_t nCount)
@@ -112,18 +112,17 @@ int SMemory::Check(const CTool& oTool) const
     if (nSize == 0)
         return oTool.Fail(eStatusRefused, fmt::format("the target has no {}", strName));
     if (nAddress + nSize > nReach)
-        return oTool.Fail(eStatusRefused,
-                          fmt::format("{}: it is told to have the addresses {}, but the gateway's commands "
-                                      "reach to 0x{:08x}",
-                                      strName, RangeText(nAddress, GetLast()), nReach - 1));
+        return oTool.Fail(
+            eStatusRefused,
+            fmt::format("{}: the gateway tells the addresses {}, but its commands reach to 0x{:08x}", strName,
+                        RangeText(nAddress, GetLast()), nReach - 1));
     if (nPage == 0 || nPage > MAX_PAGE || nSize % nPage != 0)
         return oTool.Fail(eStatusRefused, fmt::format("{}: {} are no whole number of pages of {}, at most {}",
                                                       strName, Bytes(nSize), Bytes(nPage), MAX_PAGE));
     if (nEraseBlock > 0 && (nSize - 1) / nEraseBlock >= MAX_BLOCKS)
         return oTool.Fail(eStatusUsage,
-                          fmt::format("--block-size: {} has {} blocks of {}, but the gateway numbers {}",
-                                      strName, (nSize - 1) / nEraseBlock + 1, Bytes(nEraseBlock),
-                                      MAX_BLOCKS));
+                          fmt::format("--block-size: {} has {} blocks of {}, but their numbers have 16 bits",
+                                      strName, (nSize - 1) / nEraseBlock + 1, Bytes(nEraseBlock)));
     return eStatusDone;
 }
 

@@ -130,11 +130,11 @@ Bad arguments and files, before anything is written:
     quorvel: two.elf: segments of the ELF file overlap
     [5]
     $ quorvel awire flash -U user:w:0:m -U elf32 --block-size 15
-    quorvel: --block-size: flash has 69906 blocks of 15 bytes, but the gateway numbers 65536
+    quorvel: --block-size: flash has 69906 blocks of 15 bytes, but their numbers have 16 bits
     [2]
     $ quorvel -q awire read - -m user --format o --length 2
     022,010
-    $ python3 -c 'for i in range(250000): print("S306%08X00%02X" % (0x10000000 + 4 * i, 255 - (22 + sum((4 * i).to_bytes(3, "big"))) % 256))' > many.s37
+    $ python3 -c 'for i in range(150000): print("S306%08X00%02X" % (0x10000000 + 4 * i, 255 - (22 + sum((4 * i).to_bytes(3, "big"))) % 256))' > many.s37
     $ quorvel -q awire flash -n many.s37
     quorvel: warning: many.s37: no end record: is the file complete?
 

@@ -57,7 +57,7 @@ A dry run, and what does not fit:
     quorvel: input file large.hex: 0x00010000-0x0001000f is outside flash (0x00000000-0x0000ffff)
     [5]
     $ quorvel renesas erase --block-size 1 --size 0x20000; quorvel renesas checksum 0 0x100 --size 256; quorvel -q renesas verify two.hex
-    quorvel: --block-size: flash has 131072 blocks of 1 byte, but the gateway numbers 65536
+    quorvel: --block-size: flash has 131072 blocks of 1 byte, but their numbers have 16 bits
     quorvel: LAST: the flash ends at 0x00ff, see --size
     $ quorvel renesas info --id ff
     quorvel: --id: 7 bytes in hex, such as ff:ff:ff:ff:ff:ff:ff
