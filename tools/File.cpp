@@ -3,40 +3,75 @@
 #include "Paths.h"
 #include "Text.h"
 
+#include <algorithm>
 #include <fcntl.h>
-#include <memory>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
-int ReadFile(const CTool& oTool, const std::string& strPath, std::string& strContent)
+namespace
 {
-    struct SClose {
-        void operator()(std::FILE* pFile) const
-        {
-            if (pFile != stdin)
-                static_cast<void>(std::fclose(pFile));
-        }
-    };
+
+constexpr std::size_t START = 4;     // bytes that tell the format
+constexpr std::size_t PIECE = 65536; // bytes read at a time
+
+struct SDescriptor {
+    int nNumber;
+
+    ~SDescriptor()
+    {
+        if (nNumber > STDIN_FILENO)
+            ::close(nNumber);
+    }
+};
+
+} // namespace
+
+int ReadFile(const CTool& oTool, const std::string& strPath, const TFindLimit& fnFindLimit,
+             std::string& strContent)
+{
     const CInterrupt::CScope oScope(oTool.GetInterrupt(), CInterrupt::eAtOnce);
-    const std::unique_ptr<std::FILE, SClose> pFile(strPath == "-" ? stdin
-                                                                  : std::fopen(strPath.c_str(), "re"));
-    if (!pFile)
-        return oTool.Fail(eStatusFile, strPath + ": " + GetSystemError());
     struct stat oStatus {
     };
-    const bool bSized = ::fstat(::fileno(pFile.get()), &oStatus) == 0 && S_ISREG(oStatus.st_mode);
-    strContent.resize(bSized ? static_cast<std::size_t>(oStatus.st_size) + 1 : 65536);
+    const bool bInput = strPath == "-";
+    const std::string strName = bInput ? "standard input" : strPath;
+    const auto fnFail = [&] { return oTool.Fail(eStatusFile, strName + ": " + GetSystemError()); };
+    if (!bInput && ::stat(strPath.c_str(), &oStatus) != 0)
+        return fnFail();
+    // Opening a device may do something, and some never end.
+    if (S_ISCHR(oStatus.st_mode) || S_ISBLK(oStatus.st_mode))
+        return oTool.Fail(eStatusFile, strName + ": neither a file nor a pipe");
+    const SDescriptor oFile{bInput ? STDIN_FILENO : ::open(strPath.c_str(), O_RDONLY | O_CLOEXEC)};
+    if (oFile.nNumber < 0 || ::fstat(oFile.nNumber, &oStatus) != 0)
+        return fnFail();
+    std::uint64_t nKnown = 0; // bytes that there are
+    if (const off_t nPosition = ::lseek(oFile.nNumber, 0, SEEK_CUR);
+        S_ISREG(oStatus.st_mode) && nPosition >= 0 && nPosition < oStatus.st_size)
+        nKnown = static_cast<std::uint64_t>(oStatus.st_size - nPosition);
+    std::optional<SFileLimit> oLimit;
     std::size_t nLength = 0;
-    while (const std::size_t nRead =
-               std::fread(strContent.data() + nLength, 1, strContent.size() - nLength, pFile.get())) {
-        nLength += nRead;
-        if (nLength == strContent.size())
-            strContent.resize(2 * nLength);
+    for (bool bMore = true; bMore;) {
+        strContent.resize(nLength + PIECE);
+        const ssize_t nRead = ::read(oFile.nNumber, strContent.data() + nLength, PIECE);
+        if (nRead < 0)
+            return fnFail();
+        bMore = nRead > 0;
+        nLength += static_cast<std::size_t>(nRead);
+        if (!oLimit && (nLength >= START || !bMore))
+            oLimit = fnFindLimit(std::string_view(strContent).substr(0, nLength));
+        if (oLimit && std::max<std::uint64_t>(nKnown, nLength) > oLimit->nBytes)
+            return oTool.Fail(eStatusFile, fmt::format("{}: longer than {} bytes{}", strName, oLimit->nBytes,
+                                                       oLimit->pReason));
     }
     strContent.resize(nLength);
-    if (std::ferror(pFile.get()) != 0)
-        return oTool.Fail(eStatusFile, strPath + ": " + GetSystemError());
     return eStatusDone;
+}
+
+int ReadFile(const CTool& oTool, const std::string& strPath, const SFileLimit& oLimit,
+             std::string& strContent)
+{
+    return ReadFile(
+        oTool, strPath, [&](std::string_view) { return oLimit; }, strContent);
 }
 
 COutputFile::~COutputFile()

@@ -4,18 +4,37 @@
 
 #include "Tool.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
 #include <string_view>
 
+/// How long a file that is read may be.
+struct SFileLimit {
+    std::uint64_t nBytes;
+    const char* pReason = ""; ///< what is told behind the number
+};
+
+/// The limit where nothing else gives one: the largest serial flash memories, 256 MiB, as text.
+constexpr SFileLimit MAX_FILE{0x40000000};
+
+/// Finds the limit by the first bytes of a file, at least four if it has as many.
+using TFindLimit = std::function<SFileLimit(std::string_view strStart)>;
+
 /**
- * Reads a whole file.
- * @param strPath    its path, or "-"
- * @param strContent receives the bytes
+ * Reads a whole file, which is a regular one or a pipe. One that is too long is refused as soon as that shows.
+ * @param strPath     its path, or "-": whatever standard input is
+ * @param fnFindLimit tells how long it may be
+ * @param strContent  receives the bytes
  * @return 0, or the exit status of a failure, which was reported
  */
-int ReadFile(const CTool& oTool, const std::string& strPath, std::string& strContent);
+int ReadFile(const CTool& oTool, const std::string& strPath, const TFindLimit& fnFindLimit,
+             std::string& strContent);
+
+/// Reads a file whose limit does not depend on what is in it.
+int ReadFile(const CTool& oTool, const std::string& strPath, const SFileLimit& oLimit,
+             std::string& strContent);
 
 /**
  * An output file that is there whole or not at all: it is written under another name beside its own, and takes its

@@ -1,6 +1,5 @@
 #include "Image.h"
 
-#include "File.h"
 #include "Text.h"
 
 #include <algorithm>
@@ -292,8 +291,12 @@ void CImage::Set(std::uint64_t nAddress, std::string_view strBytes)
 
 void CImage::Set(std::vector<SRange> aoRanges)
 {
-    if (m_aoRanges.empty()) {
-        m_aoRanges.swap(aoRanges);
+    if (aoRanges.empty())
+        return;
+    // What comes in ascending order is only appended.
+    if (m_aoRanges.empty() || m_aoRanges.back().GetLast() < aoRanges.front().nAddress) {
+        for (SRange& oRange : aoRanges)
+            Append(m_aoRanges, std::move(oRange));
         return;
     }
     std::vector<SRange> aoOld;
@@ -361,6 +364,18 @@ bool CImage::Move(std::int64_t nOffset)
     return true;
 }
 
+std::vector<SAddresses> CImage::GetSpans(std::uint64_t nHole) const
+{
+    std::vector<SAddresses> aoSpans;
+    for (const SRange& oRange : m_aoRanges) {
+        if (!aoSpans.empty() && oRange.nAddress - aoSpans.back().nLast <= nHole + 1)
+            aoSpans.back().nLast = oRange.GetLast();
+        else
+            aoSpans.push_back({oRange.nAddress, oRange.GetLast()});
+    }
+    return aoSpans;
+}
+
 CImage::SDifferences CImage::Compare(const CImage& oLeft, const CImage& oRight, std::size_t nMaximum)
 {
     SDifferences oFound;
@@ -387,20 +402,36 @@ CImage::SDifferences CImage::Compare(const CImage& oLeft, const CImage& oRight, 
     return oFound;
 }
 
-int CImage::Load(const CTool& oTool, const std::string& strPath, EType eType)
+int CImage::Load(const CTool& oTool, const std::string& strPath, EType eType,
+                 std::optional<std::uint64_t> nSize)
 {
+    const auto fnFindLimit = [&](std::string_view strStart) {
+        return nSize ? GetFileLimit(GetInputFormat(strPath, strStart, eType), *nSize) : MAX_FILE;
+    };
     std::string strContent;
-    if (const int nStatus = ReadFile(oTool, strPath, strContent); nStatus != 0)
+    if (const int nStatus = ReadFile(oTool, strPath, fnFindLimit, strContent); nStatus != 0)
         return nStatus;
     return Parse(oTool, GetName(strPath), std::move(strContent), eType);
 }
 
-int CImage::LoadData(const CTool& oTool, const std::string& strPath, EType eType)
+int CImage::LoadData(const CTool& oTool, const std::string& strPath, EType eType, std::uint64_t nSize,
+                     std::int64_t nOffset)
 {
-    const int nStatus = Load(oTool, strPath, eType);
-    if (nStatus == 0 && m_aoRanges.empty())
-        return oTool.Fail(eStatusFile, GetName(strPath) + ": there are no data in it");
-    return nStatus;
+    if (const int nStatus = Load(oTool, strPath, eType, nSize); nStatus != 0)
+        return nStatus;
+    const std::string strName = GetName(strPath);
+    if (m_aoRanges.empty())
+        return oTool.Fail(eStatusFile, strName + ": there are no data in it");
+    const auto nFirst = static_cast<std::int64_t>(m_aoRanges.front().nAddress);
+    const auto nLast = static_cast<std::int64_t>(m_aoRanges.back().GetLast()) + nOffset;
+    if (nFirst + nOffset < 0)
+        return oTool.Fail(eStatusFile,
+                          fmt::format("{}: the offset moves 0x{:x} below address 0", strName, nFirst));
+    if (nLast >= static_cast<std::int64_t>(nSize) || !Move(nOffset))
+        return oTool.Fail(eStatusFile,
+                          fmt::format("{}: reaches to 0x{:04x}; the last byte of the memory is 0x{:04x}",
+                                      strName, nLast, nSize - 1));
+    return eStatusDone;
 }
 
 int CImage::Parse(const CTool& oTool, const std::string& strName, std::string strContent,
@@ -409,19 +440,8 @@ int CImage::Parse(const CTool& oTool, const std::string& strName, std::string st
     m_aoRanges.clear();
     if (strContent.empty())
         return oTool.Fail(eStatusFile, strName + ": the file is empty");
-    m_eType = eType;
-    if (eType == CQuorvelHexfile::eTypeAuto)
-        m_eType = strContent[0] == ':'   ? CQuorvelHexfile::eTypeIntel
-                  : strContent[0] == 'S' ? CQuorvelHexfile::eTypeMotorola
-                                         : CQuorvelHexfile::eTypeBinary;
-    // A comment or an empty line may come first.
-    if (const EType eNamed = GetFormatOfName(strName); eType == CQuorvelHexfile::eTypeAuto &&
-                                                       m_eType == CQuorvelHexfile::eTypeBinary &&
-                                                       eNamed != CQuorvelHexfile::eTypeAuto)
-        m_eType = eNamed;
+    m_eType = GetInputFormat(strName, strContent, eType);
     if (m_eType == CQuorvelHexfile::eTypeBinary) {
-        if (strContent.size() > MAX_ADDRESS)
-            return oTool.Fail(eStatusFile, strName + ": 4 GiB or more are no image");
         m_aoRanges.push_back({0, std::move(strContent)});
         return eStatusDone;
     }
@@ -518,7 +538,7 @@ int CImage::ReadBack(const CTool& oTool, const std::string& strPath, EType eType
     bool bSame = true;
     if (eType == CQuorvelHexfile::eTypeBinary) {
         std::string strContent;
-        if (const int nStatus = ReadFile(oTool, strPath, strContent); nStatus != 0)
+        if (const int nStatus = ReadFile(oTool, strPath, SFileLimit{GetSize()}, strContent); nStatus != 0)
             return nStatus;
         std::string_view strRest = strContent;
         for (const SRange& oRange : m_aoRanges) {
@@ -560,6 +580,24 @@ EType GetFormatOfName(const std::string& strPath)
             return oEnding.eType;
     }
     return CQuorvelHexfile::eTypeAuto;
+}
+
+EType GetInputFormat(const std::string& strPath, std::string_view strStart, EType eType)
+{
+    if (eType == CQuorvelHexfile::eTypeAuto)
+        eType = GetFormatOfName(strPath);
+    if (eType != CQuorvelHexfile::eTypeAuto)
+        return eType;
+    return strStart.starts_with(':')   ? CQuorvelHexfile::eTypeIntel
+           : strStart.starts_with('S') ? CQuorvelHexfile::eTypeMotorola
+                                       : CQuorvelHexfile::eTypeBinary;
+}
+
+SFileLimit GetFileLimit(EType eType, std::uint64_t nSize)
+{
+    if (eType == CQuorvelHexfile::eTypeBinary)
+        return {nSize, ", more than the memory has"};
+    return {nSize * 16, ", 16 for each byte of the memory"};
 }
 
 EType GetOutputFormat(const std::string& strPath, EType eType)

@@ -2,6 +2,7 @@
 #ifndef QUORVEL_TOOL_IMAGE_H
 #define QUORVEL_TOOL_IMAGE_H
 
+#include "File.h"
 #include "QuorvelHexfile.h"
 #include "Tool.h"
 
@@ -10,8 +11,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-class COutputFile;
 
 /// The highest address of an image.
 constexpr std::uint64_t MAX_ADDRESS = CQuorvelHexfile::m_nMaxAddressSupported;
@@ -54,18 +53,26 @@ class CImage
     };
 
     /**
-     * Loads a file. Every fault is reported with its line: a record without data, such as a start segment address,
+     * Loads a file that is not longer than an image may be. Every fault is reported with its line: a record without data, such as a start segment address,
      * is a warning; anything else an error, also a wrong checksum of an S-record and a record of an unknown type.
      * What could be read is there even then. That the last record is no end record is a warning.
      * @param oTool   reports
      * @param strPath the file, "-" for standard input
-     * @param eType   its format; eTypeAuto looks at the first character, and when that tells none, at the name
+     * @param eType   its format; see GetInputFormat
+     * @param nSize   bytes of the memory that it is for; nothing: none
      * @return 0, or the exit status of a failure, which was reported
      */
-    int Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType);
+    int Load(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType,
+             std::optional<std::uint64_t> nSize = {});
 
-    /// Loads a file; otherwise as Load, but one without data is a failure, too.
-    int LoadData(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType);
+    /**
+     * Loads a file for a memory that begins at address 0; otherwise as Load, but one without data is a failure, too,
+     * and one with data outside the memory.
+     * @param nSize   bytes of the memory
+     * @param nOffset added to all addresses
+     */
+    int LoadData(const CTool& oTool, const std::string& strPath, CQuorvelHexfile::EType eType,
+                 std::uint64_t nSize, std::int64_t nOffset);
 
     /**
      * Loads the content of a file; otherwise as Load.
@@ -119,6 +126,9 @@ class CImage
     /// Adds a number to all addresses. @return false, and nothing is changed, if one left the address space
     bool Move(std::int64_t nOffset);
 
+    /// @return the addresses from the first to the last byte, holes of up to nHole bytes included
+    std::vector<SAddresses> GetSpans(std::uint64_t nHole) const;
+
     /**
      * Compares two images.
      * @param nMaximum how many differing bytes are listed, and ranges of each image that the other has not
@@ -138,15 +148,23 @@ const char* GetFormatName(CQuorvelHexfile::EType eType);
 /// @return the format that the ending of a file's name stands for; eTypeAuto when it tells none
 CQuorvelHexfile::EType GetFormatOfName(const std::string& strPath);
 
-/// What the format option of a file that is read says; see CImage::Load.
-constexpr const char* FORMAT_OF_CONTENT =
-    "Format of the file; auto: the first character decides, ':' Intel HEX, 'S' S-records, with any other the "
-    "ending of its name, .hex .ihex .ihx .mcs Intel HEX, .srec .s19 .s28 .s37 .mot S-records, else binary";
+/// What the format option of a file that is read says; see GetInputFormat.
+constexpr const char* FORMAT_OF_INPUT =
+    "Format of the file; auto: the ending of its name decides, .hex .ihex .ihx .mcs Intel HEX, .srec .s19 "
+    ".s28 .s37 .mot S-records, .bin .img .rom binary, with any other the first character, ':' Intel HEX, 'S' "
+    "S-records, else binary";
 
 /// What the format option of a file that is written says; see GetOutputFormat.
-constexpr const char* FORMAT_OF_NAME =
+constexpr const char* FORMAT_OF_OUTPUT =
     "Format of the file; auto: the ending of its name decides, .hex .ihex .ihx .mcs "
     "Intel HEX, .srec .s19 .s28 .s37 .mot S-records, any other binary";
+
+/// @return the format to read a file in: the one given, or with eTypeAuto as its name or else its start tells
+CQuorvelHexfile::EType GetInputFormat(const std::string& strPath, std::string_view strStart,
+                                      CQuorvelHexfile::EType eType);
+
+/// @return how long a file for a memory may be: a binary one as the memory, a text 16 times as much
+SFileLimit GetFileLimit(CQuorvelHexfile::EType eType, std::uint64_t nSize);
 
 /// @return the format to write a file in: the one given, or with eTypeAuto as its name tells, else binary
 CQuorvelHexfile::EType GetOutputFormat(const std::string& strPath, CQuorvelHexfile::EType eType);

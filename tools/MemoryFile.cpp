@@ -3,8 +3,13 @@
 #include "File.h"
 #include "MemoryOperation.h"
 
+#include <algorithm>
+
 namespace
 {
+
+constexpr std::uint64_t MAX_ELF = 0x4000000;     // bytes; most may be for a debugger
+constexpr std::string_view BYTE_LISTS = "mdhob"; // formats
 
 CQuorvelHexfile::EType GetType(char cFormat)
 {
@@ -21,26 +26,60 @@ CQuorvelHexfile::EType GetType(char cFormat)
     }
 }
 
+bool IsElfFile(char cFormat, std::string_view strStart)
+{
+    return cFormat == 'e' || (cFormat == 'a' && IsElf(strStart));
+}
+
 } // namespace
 
-int LoadMemoryFile(const CTool& oTool, const std::string& strFile, char cFormat, CImage& oImage,
-                   bool& bAddressed)
+char GetFormatLetter(const std::string& strFile, char cOther)
 {
+    switch (GetFormatOfName(strFile)) {
+    case CQuorvelHexfile::eTypeIntel:
+        return 'i';
+    case CQuorvelHexfile::eTypeMotorola:
+        return 's';
+    case CQuorvelHexfile::eTypeBinary:
+        return 'r';
+    default:
+        return cOther;
+    }
+}
+
+int LoadMemoryFile(const CTool& oTool, const std::string& strFile, char cFormat, std::uint64_t nSize,
+                   CImage& oImage, bool& bAddressed)
+{
+    if (cFormat == 'a')
+        cFormat = GetFormatLetter(strFile, 'a');
+    const auto fnFindLimit = [&](std::string_view strStart) {
+        if (IsElfFile(cFormat, strStart))
+            return SFileLimit{std::max(MAX_ELF, nSize)};
+        const bool bList = BYTE_LISTS.find(cFormat) != std::string_view::npos;
+        return GetFileLimit(
+            bList ? CQuorvelHexfile::eTypeIntel : GetInputFormat("", strStart, GetType(cFormat)), nSize);
+    };
     std::string strContent = strFile;
     if (cFormat != 'm') {
-        if (const int nStatus = ReadFile(oTool, strFile, strContent); nStatus != 0)
+        if (const int nStatus = ReadFile(oTool, strFile, fnFindLimit, strContent); nStatus != 0)
             return nStatus;
     }
     const std::string strName = strFile == "-" ? "standard input" : strFile;
     std::string strError;
     bAddressed = true;
-    if (cFormat == 'e' || (cFormat == 'a' && IsElf(strContent))) {
+    if (IsElfFile(cFormat, strContent)) {
         const auto aoSegments = FindElfSegments(strContent, strError);
         if (!aoSegments)
             return oTool.Fail(eStatusFile, strName + ": " + strError);
+        std::uint64_t nLoaded = 0;
+        for (const CSegment& oSegment : *aoSegments)
+            nLoaded += oSegment.second.size();
+        if (nLoaded > nSize)
+            return oTool.Fail(eStatusFile, fmt::format("{}: the ELF file loads {} bytes, the memory has {}",
+                                                       strName, nLoaded, nSize));
         for (const auto& [nAddress, strBytes] : *aoSegments)
             oImage.Set(nAddress, strBytes);
-    } else if (std::string_view("mdhob").find(cFormat) != std::string_view::npos) {
+    } else if (BYTE_LISTS.find(cFormat) != std::string_view::npos) {
         const auto strBytes = ParseByteList(strContent, strError);
         if (!strBytes)
             return oTool.Fail(cFormat == 'm' ? eStatusUsage : eStatusFile, strName + ": " + strError);

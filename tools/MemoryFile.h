@@ -11,13 +11,17 @@
  * Loads a file.
  * @param oTool      reports
  * @param strFile    its path, "-" for standard input, or the bytes with the format m
- * @param cFormat    one of MEMORY_FORMATS
+ * @param cFormat    one of MEMORY_FORMATS; a: as its name tells, or else its start
+ * @param nSize      bytes of the memories that it is for
  * @param oImage     receives the content
  * @param bAddressed receives false when the format has no addresses: then the content begins at 0
  * @return 0, or the exit status of a failure, which was reported
  */
-int LoadMemoryFile(const CTool& oTool, const std::string& strFile, char cFormat, CImage& oImage,
-                   bool& bAddressed);
+int LoadMemoryFile(const CTool& oTool, const std::string& strFile, char cFormat, std::uint64_t nSize,
+                   CImage& oImage, bool& bAddressed);
+
+/// @return the letter of the format that the ending of a file's name stands for, or else cOther
+char GetFormatLetter(const std::string& strFile, char cOther);
 
 /**
  * Writes a file, whole or not at all.

@@ -225,5 +225,13 @@ std::optional<std::vector<CSegment>> FindElfSegments(std::string_view strContent
                            : oReader.FindSegments<Elf32_Ehdr, Elf32_Phdr>(aoSegments, strError);
     if (!bGood)
         return std::nullopt;
+    std::sort(aoSegments.begin(), aoSegments.end(),
+              [](const CSegment& oLeft, const CSegment& oRight) { return oLeft.first < oRight.first; });
+    for (std::size_t n = 1; n < aoSegments.size(); ++n) {
+        if (aoSegments[n].first - aoSegments[n - 1].first < aoSegments[n - 1].second.size()) {
+            strError = "segments of the ELF file overlap";
+            return std::nullopt;
+        }
+    }
     return aoSegments;
 }

@@ -69,7 +69,7 @@ bool IsElf(std::string_view strContent);
  * addresses, as far as they have bytes in the file.
  * @param strContent the file; the segments point into it
  * @param strError   receives what is wrong
- * @return the segments in the order of the file; nothing when it is damaged
+ * @return the segments, ascending; nothing when the file is damaged, or they overlap
  */
 std::optional<std::vector<CSegment>> FindElfSegments(std::string_view strContent, std::string& strError);
 

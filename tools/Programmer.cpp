@@ -14,6 +14,8 @@ namespace
 using EAction = SMemoryOperation::EAction;
 
 constexpr std::uint64_t SMALL = 32;           // bytes that have no bar
+constexpr std::uint64_t MAX_PAGE = 65536;     // bytes
+constexpr std::uint64_t MAX_BLOCKS = 65536;   // their numbers have 16 bits
 constexpr std::string_view UNWRITABLE = "em"; // formats that are only read
 
 std::string Bytes(std::uint64_t nCount)
@@ -37,7 +39,7 @@ CImage Cut(const CImage& oImage, const SMemory& oMemory)
     for (const CImage::SRange& oRange : oImage.GetRanges()) {
         const std::uint64_t nFirst = std::max(oRange.nAddress, oMemory.nAddress);
         const std::uint64_t nLast = std::min(oRange.GetLast(), oMemory.GetLast());
-        if (oMemory.nSize > 0 && nFirst <= nLast)
+        if (nFirst <= nLast)
             oPart.Set(nFirst,
                       std::string_view(oRange.strBytes).substr(nFirst - oRange.nAddress, nLast - nFirst + 1));
     }
@@ -47,15 +49,20 @@ CImage Cut(const CImage& oImage, const SMemory& oMemory)
 /// The pages that an image touches; what it does not have is 0xFF, which changes nothing that is erased.
 CImage FillPages(const CImage& oImage, const SMemory& oMemory)
 {
-    CImage oPages;
+    std::vector<CImage::SRange> aoPages;
     for (const CImage::SRange& oRange : oImage.GetRanges()) {
-        const std::uint64_t nStart = (oRange.nAddress - oMemory.nAddress) / oMemory.nPage * oMemory.nPage;
+        const std::uint64_t nStart =
+            oMemory.nAddress + (oRange.nAddress - oMemory.nAddress) / oMemory.nPage * oMemory.nPage;
         const std::uint64_t nEnd =
-            ((oRange.GetLast() - oMemory.nAddress) / oMemory.nPage + 1) * oMemory.nPage;
-        oPages.Set(oMemory.nAddress + nStart, std::string(nEnd - nStart, '\xFF'));
+            oMemory.nAddress + ((oRange.GetLast() - oMemory.nAddress) / oMemory.nPage + 1) * oMemory.nPage;
+        if (aoPages.empty() || aoPages.back().GetLast() < nStart)
+            aoPages.push_back({nStart, ""});
+        auto& [nAddress, strBytes] = aoPages.back();
+        strBytes.resize(nEnd - nAddress, '\xFF');
+        strBytes.replace(oRange.nAddress - nAddress, oRange.strBytes.size(), oRange.strBytes);
     }
-    for (const CImage::SRange& oRange : oImage.GetRanges())
-        oPages.Set(oRange.nAddress, oRange.strBytes);
+    CImage oPages;
+    oPages.Set(std::move(aoPages));
     return oPages;
 }
 
@@ -100,10 +107,29 @@ std::string RangeText(std::uint64_t nFirst, std::uint64_t nLast)
 
 } // namespace
 
+int SMemory::Check(const CTool& oTool) const
+{
+    if (nSize == 0)
+        return oTool.Fail(eStatusRefused, fmt::format("the target has no {}", strName));
+    if (nAddress + nSize > nReach)
+        return oTool.Fail(
+            eStatusRefused,
+            fmt::format("{}: the gateway tells the addresses {}, but its commands reach to 0x{:08x}", strName,
+                        RangeText(nAddress, GetLast()), nReach - 1));
+    if (nPage == 0 || nPage > MAX_PAGE || nSize % nPage != 0)
+        return oTool.Fail(eStatusRefused, fmt::format("{}: {} are no whole number of pages of {}, at most {}",
+                                                      strName, Bytes(nSize), Bytes(nPage), MAX_PAGE));
+    if (nEraseBlock > 0 && (nSize - 1) / nEraseBlock >= MAX_BLOCKS)
+        return oTool.Fail(eStatusUsage,
+                          fmt::format("--block-size: {} has {} blocks of {}, but their numbers have 16 bits",
+                                      strName, (nSize - 1) / nEraseBlock + 1, Bytes(nEraseBlock)));
+    return eStatusDone;
+}
+
 int CProgrammer::SOptions::FindRange(const CTool& oTool, const SMemory& oMemory, SAddresses& oRange) const
 {
-    if (oMemory.nSize == 0)
-        return oTool.Fail(eStatusRefused, fmt::format("the target has no {}", oMemory.strName));
+    if (const int nStatus = oMemory.Check(oTool); nStatus != 0)
+        return nStatus;
     return ::FindRange(oTool, oMemory.strName, {oMemory.nAddress, oMemory.GetLast()}, nFirst, nLength,
                        oRange);
 }
@@ -120,8 +146,27 @@ void CProgrammer::PrintJson(const char* pOperation, const SMemory& oMemory, cons
 int CProgrammer::Load(SJob& oJob) const
 {
     oJob.bLoaded = true;
-    return LoadMemoryFile(m_oTool, oJob.oOperation.strFile, oJob.oOperation.cFormat, oJob.oImage,
-                          oJob.bAddressed);
+    std::uint64_t nSize = 0;
+    for (const std::size_t n : oJob.anMemories)
+        nSize += m_oTarget.GetMemories()[n].nSize;
+    const int nStatus = LoadMemoryFile(m_oTool, oJob.oOperation.strFile, oJob.oOperation.cFormat, nSize,
+                                       oJob.oImage, oJob.bAddressed);
+    return nStatus != 0 ? nStatus : Fit(oJob);
+}
+
+// A file is not read before the sizes of its memories, which limit its length, are known.
+int CProgrammer::LoadFiles()
+{
+    for (SJob& oJob : m_aoJobs) {
+        const bool bKnown =
+            std::all_of(oJob.anMemories.begin(), oJob.anMemories.end(),
+                        [this](std::size_t n) { return m_oTarget.GetMemories()[n].nSize > 0; });
+        if (!bKnown || oJob.bLoaded || oJob.bLater || oJob.oOperation.eAction == EAction::eRead)
+            continue;
+        if (const int nStatus = Load(oJob); nStatus != 0)
+            return nStatus;
+    }
+    return eStatusDone;
 }
 
 int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
@@ -132,12 +177,12 @@ int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
         const auto anMemories = SelectMemories(oOperation.strMemories, astrNames, strError);
         if (!anMemories)
             return m_oTool.Fail(eStatusUsage, strError);
-        m_aoJobs.push_back({oOperation, *anMemories, false, true, {}});
+        m_aoJobs.push_back({oOperation, *anMemories, false, false, true, {}});
         char& cFormat = m_aoJobs.back().oOperation.cFormat;
         if (oOperation.eAction != EAction::eRead)
             continue;
         if (cFormat == 'a')
-            cFormat = anMemories->size() == 1 ? 'r' : 'I';
+            cFormat = GetFormatLetter(oOperation.strFile, anMemories->size() == 1 ? 'r' : 'I');
         if (UNWRITABLE.find(cFormat) != std::string_view::npos)
             return m_oTool.Fail(eStatusUsage, fmt::format("the format {} cannot be written", cFormat));
         if (cFormat == 'r' && anMemories->size() > 1)
@@ -147,20 +192,13 @@ int CProgrammer::Prepare(const std::vector<SMemoryOperation>& aoOperations)
     }
     std::set<std::string> astrWritten;
     for (SJob& oJob : m_aoJobs) {
-        if (oJob.oOperation.eAction == EAction::eRead) {
-            astrWritten.insert(oJob.oOperation.strFile);
-        } else if (oJob.oOperation.strFile == "-" || !astrWritten.contains(oJob.oOperation.strFile)) {
-            int nStatus = Load(oJob);
-            const bool bKnown =
-                std::all_of(oJob.anMemories.begin(), oJob.anMemories.end(),
-                            [this](std::size_t n) { return m_oTarget.GetMemories()[n].nSize > 0; });
-            if (nStatus == 0 && bKnown)
-                nStatus = Fit(oJob);
-            if (nStatus != 0)
-                return nStatus;
-        }
+        const std::string& strFile = oJob.oOperation.strFile;
+        if (oJob.oOperation.eAction == EAction::eRead)
+            astrWritten.insert(strFile);
+        else
+            oJob.bLater = strFile != "-" && astrWritten.contains(strFile);
     }
-    return eStatusDone;
+    return LoadFiles();
 }
 
 int CProgrammer::Fit(SJob& oJob) const
@@ -178,29 +216,36 @@ int CProgrammer::Fit(SJob& oJob) const
     for (const CImage::SRange& oRange : oJob.oImage.GetRanges()) {
         // The memories ascend, so what follows the end of one can only be in the next.
         std::uint64_t nOutside = oRange.nAddress;
-        std::string strMemories;
         for (const std::size_t n : oJob.anMemories) {
             const SMemory& oMemory = m_oTarget.GetMemories()[n];
-            if (oMemory.nSize > 0 && nOutside >= oMemory.nAddress && nOutside <= oMemory.GetLast())
+            if (nOutside >= oMemory.nAddress && nOutside <= oMemory.GetLast())
                 nOutside = oMemory.GetLast() + 1;
-            strMemories += fmt::format("{}{} ({})", strMemories.empty() ? "" : ", ", oMemory.strName,
-                                       RangeText(oMemory.nAddress, oMemory.GetLast()));
         }
-        if (nOutside <= oRange.GetLast())
+        if (nOutside <= oRange.GetLast()) {
+            std::vector<std::string> astrMemories;
+            for (const std::size_t n : oJob.anMemories) {
+                const SMemory& oMemory = m_oTarget.GetMemories()[n];
+                astrMemories.push_back(
+                    fmt::format("{} ({})", oMemory.strName, RangeText(oMemory.nAddress, oMemory.GetLast())));
+            }
             return m_oTool.Fail(eStatusFile, fmt::format("{}: {} is outside {}", strFile,
-                                                         RangeText(nOutside, oRange.GetLast()), strMemories));
+                                                         RangeText(nOutside, oRange.GetLast()),
+                                                         fmt::join(astrMemories, ", ")));
+        }
     }
     return eStatusDone;
 }
 
 int CProgrammer::Execute()
 {
-    for (SJob& oJob : m_aoJobs) {
-        if (!oJob.bLoaded)
-            continue;
-        if (const int nStatus = Fit(oJob); nStatus != 0)
-            return nStatus;
+    for (const SJob& oJob : m_aoJobs) {
+        for (const std::size_t n : oJob.anMemories) {
+            if (const int nStatus = m_oTarget.GetMemories()[n].Check(m_oTool); nStatus != 0)
+                return nStatus;
+        }
     }
+    if (const int nStatus = LoadFiles(); nStatus != 0)
+        return nStatus;
     if (m_oOptions.bErase) {
         if (const int nStatus = Erase({0}); nStatus != 0)
             return nStatus;
@@ -225,10 +270,7 @@ int CProgrammer::Execute(SJob& oJob)
     if (oJob.oOperation.eAction == EAction::eRead)
         return ReadJob(oJob);
     if (!oJob.bLoaded) {
-        int nStatus = Load(oJob);
-        if (nStatus == 0)
-            nStatus = Fit(oJob);
-        if (nStatus != 0)
+        if (const int nStatus = Load(oJob); nStatus != 0)
             return nStatus;
     }
     for (const std::size_t n : oJob.anMemories) {
@@ -257,10 +299,8 @@ int CProgrammer::ReadJob(const SJob& oJob)
         const auto [nFirst, nLast] = oRange;
         const std::uint64_t nLength = nLast - nFirst + 1;
         m_oTool.Note(fmt::format("Reading {} from {}", Bytes(nLength), oMemory.strName));
-        CImage oWanted;
-        oWanted.Set(nFirst, std::string(nLength, '\0'));
         const CSpeed oSpeed;
-        if (const int nStatus = ReadRanges(oMemory, oWanted, oImage); nStatus != 0)
+        if (const int nStatus = ReadSpans(oMemory, {oRange}, nLength <= SMALL, oImage); nStatus != 0)
             return nStatus;
         oSpeed.Show(m_oTool, nLength);
         PrintJson("read", oMemory,
@@ -274,22 +314,25 @@ int CProgrammer::ReadJob(const SJob& oJob)
     return SaveMemoryFile(m_oTool, oJob.oOperation.strFile, oJob.oOperation.cFormat, oImage);
 }
 
-int CProgrammer::ReadRanges(const SMemory& oMemory, const CImage& oWanted, CImage& oRead)
+int CProgrammer::ReadSpans(const SMemory& oMemory, const std::vector<SAddresses>& aoSpans, bool bSmall,
+                           CImage& oRead)
 {
-    const std::uint64_t nTotal = oWanted.GetSize();
-    const auto pProgress = MakeProgress(m_oTool, "Reading", nTotal, nTotal <= SMALL);
+    std::uint64_t nTotal = 0;
+    for (const SAddresses& oSpan : aoSpans)
+        nTotal += oSpan.nLast - oSpan.nFirst + 1;
+    const auto pProgress = MakeProgress(m_oTool, "Reading", nTotal, bSmall);
     std::uint64_t nDone = 0;
-    for (const CImage::SRange& oRange : oWanted.GetRanges()) {
+    for (const auto& [nFirst, nLast] : aoSpans) {
         std::string strBytes;
         const int nStatus =
-            m_oTarget.Read(oMemory, oRange.nAddress, oRange.strBytes.size(), strBytes, [&](std::uint64_t n) {
+            m_oTarget.Read(oMemory, nFirst, nLast - nFirst + 1, strBytes, [&](std::uint64_t n) {
                 if (pProgress)
                     pProgress->Update(nDone + n);
             });
         if (nStatus != 0)
             return nStatus;
         nDone += strBytes.size();
-        oRead.Set(oRange.nAddress, strBytes);
+        oRead.Set(nFirst, strBytes);
     }
     if (pProgress)
         pProgress->Finish();
@@ -331,6 +374,10 @@ int CProgrammer::EraseBlocks(std::size_t nMemory, const std::set<unsigned>& anBl
 
 int CProgrammer::Erase(const std::vector<std::size_t>& anMemories)
 {
+    for (const std::size_t n : anMemories) {
+        if (const int nStatus = m_oTarget.GetMemories()[n].Check(m_oTool); nStatus != 0)
+            return nStatus;
+    }
     for (const std::size_t n : anMemories) {
         const SMemory& oMemory = m_oTarget.GetMemories()[n];
         std::set<unsigned> anBlocks;
@@ -416,13 +463,11 @@ int CProgrammer::Verify(const SJob& oJob, const SMemory& oMemory, const CImage& 
     const CSpeed oSpeed;
     CVerify oVerify(m_oTool, oMemory.strName, FileName(oJob.oOperation));
     CImage oRead;
-    if (const int nStatus = ReadRanges(oMemory, oImage, oRead); nStatus != 0)
+    if (const int nStatus = ReadSpans(oMemory, oImage.GetSpans(READ_HOLE), oImage.GetSize() <= SMALL, oRead);
+        nStatus != 0)
         return nStatus;
     oSpeed.Show(m_oTool, oImage.GetSize());
-    for (std::size_t i = 0; i < oImage.GetRanges().size(); ++i) {
-        const CImage::SRange& oRange = oImage.GetRanges()[i];
-        oVerify.Compare(oRange.nAddress, oRead.GetRanges()[i].strBytes, oRange.strBytes);
-    }
+    oVerify.Compare(oRead, oImage);
     return oVerify.Report(oJob.oOperation.eAction == EAction::eVerify || oImage.GetSize() > SMALL);
 }
 
@@ -438,10 +483,16 @@ void AddFormatOption(CLI::App& oApp, std::string& strFormat, EAction eAction)
         ->check(CLI::IsMember(astrFormats).description(""));
 }
 
+void AddAddressOption(CLI::App& oApp, CProgrammer::SOptions& oOptions, const std::string& strText)
+{
+    oApp.add_option("--address", oOptions.nFirst, strText)
+        ->type_name("ADDRESS")
+        ->check(CLI::Range(std::uint64_t{0}, MAX_ADDRESS).description(""));
+}
+
 void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions)
 {
-    oApp.add_option("--address", oOptions.nFirst, "First address to read; default the first of the memory")
-        ->type_name("ADDRESS");
+    AddAddressOption(oApp, oOptions, "First address to read; default the first of the memory");
     oApp.add_option("--length", oOptions.nLength, "How many bytes; default: up to the end of the memory")
         ->type_name("BYTES");
 }
@@ -450,16 +501,18 @@ namespace
 {
 
 constexpr const char* FORMATS =
-    "Formats: a automatic (ELF, Intel HEX, S-records, anything else is raw, unless its name ends like Intel "
-    "HEX or S-records), i Intel HEX, I Intel HEX with comments (a wrong checksum is only a warning), "
+    "Formats: a automatic (as the ending of the name tells: .hex .ihex .ihx .mcs Intel HEX, .srec .s19 .s28 "
+    ".s37 .mot S-records, .bin .img .rom raw; with any other as the file begins: ELF, Intel HEX, S-records, "
+    "else raw), i Intel HEX, I Intel HEX with comments (a wrong checksum is only a warning), "
     "s S-records, r raw, e ELF (what it loads, at the physical addresses), d, h, o, b decimal, hexadecimal, "
     "octal or binary numbers separated by commas, and m: then FILE is not a file but the bytes themselves, "
-    "such as 0x01,2,3.";
+    "such as 0x01,2,3. A raw file may be as long as the memory, a text 16 times as long, an ELF file 64 MiB.";
 
 constexpr const char* FORMATS_WRITTEN =
     "Formats: i Intel HEX, I Intel HEX with comments, s S-records, r raw, d, h, o, b decimal, hexadecimal, "
-    "octal or binary numbers separated by commas, a automatic: r for one memory, I for several, as without "
-    "--format.";
+    "octal or binary numbers separated by commas, a automatic: as the ending of the name tells, .hex .ihex "
+    ".ihx .mcs i, .srec .s19 .s28 .s37 .mot s, .bin .img .rom r; with any other r for one memory, I for "
+    "several.";
 
 constexpr const char* STATUS = "Exit status: 0 done, 1 refused by the gateway, 2 usage, 3 the target differs "
                                "from the file, 4 no answer, 5 the "
@@ -591,8 +644,9 @@ CTargetFlash::CTargetFlash(CLI::App& oGroup, const STargetTexts& oTexts)
         "and read back and compared, unless -V. {}\n\n{} The file - is standard input or output.\n\nA file "
         "name may contain colons: only a known "
         "format "
-        "letter behind the last one is a format. Reading writes a raw file for one memory, format I for "
-        "several; e and m cannot be written.\n\nDifferences are told on standard error, the first 10 as "
+        "letter behind the last one is a format. Reading writes in the format that the ending tells; with "
+        "any other a raw file for one memory, format I for several. e and m cannot be "
+        "written.\n\nDifferences are told on standard error, the first 10 as "
         "lines, then how many bytes "
         "differ and "
         "whether bits are only set or only cleared. With -v the speed is told. With --json one object is "
@@ -655,10 +709,8 @@ CTargetOperation<eAction>::CTargetOperation(CLI::App& oGroup, const STargetTexts
         AddRangeOptions(m_oApp, m_oOptions);
         strExample += fmt::format(" - --format h --address {} --length 16", oTexts.pFirstData);
     } else {
-        m_oApp
-            .add_option("--address", m_oOptions.nFirst,
-                        "Where a file without addresses begins; default the first address of the memory")
-            ->type_name("ADDRESS");
+        AddAddressOption(m_oApp, m_oOptions,
+                         "Where a file without addresses begins; default the first address of the memory");
         if constexpr (eAction == EAction::eWrite)
             AddWriteOptions(m_oApp, m_oOptions);
         strExample += " diag.hex";

@@ -19,13 +19,21 @@
 /// One memory of a target. Only the name is known before the target is open.
 struct SMemory {
     std::string strName;
-    std::uint64_t nAddress = 0;    ///< of the first byte
-    std::uint64_t nSize = 0;       ///< bytes
-    std::uint64_t nPage = 1;       ///< bytes; what is written begins and ends at multiples of it
-    std::uint64_t nEraseBlock = 0; ///< bytes erased at a time; 0: it need not be erased
+    std::uint64_t nAddress = 0;             ///< of the first byte
+    std::uint64_t nSize = 0;                ///< bytes
+    std::uint64_t nPage = 1;                ///< bytes; what is written begins and ends at multiples of it
+    std::uint64_t nEraseBlock = 0;          ///< bytes erased at a time; 0: it need not be erased
+    std::uint64_t nReach = MAX_ADDRESS + 1; ///< the first address that no command can hold
 
     /// @return the address of the last byte
     std::uint64_t GetLast() const { return nAddress + nSize - 1; }
+
+    /**
+     * Looks whether the gateway can be told every address and block of the memory. Pages have up to 64 KiB, and are
+     * whole; blocks have numbers of 16 bits.
+     * @return 0, or the exit status of a failure, which was reported
+     */
+    int Check(const CTool& oTool) const;
 };
 
 /// A target behind a gateway. All functions report failures and return 0 or an exit status.
@@ -91,15 +99,15 @@ class CProgrammer
     }
 
     /**
-     * Checks operations and loads their files; those that an earlier operation is going to write are loaded later.
-     * The target need not be open; memories whose size is known already are compared with the files.
+     * Checks operations. The target need not be open: files for memories whose size is known already are loaded, and
+     * compared with them; those that an earlier operation is going to write are loaded later.
      * @return 0, or the exit status of a failure, which was reported
      */
     int Prepare(const std::vector<SMemoryOperation>& aoOperations);
 
     /**
-     * Carries the operations out, on an open target. Before the first one, all that was loaded is compared with the
-     * memories. The first failure ends it.
+     * Carries the operations out, on an open target. Before the first one the memories are checked, and the files
+     * loaded. The first failure ends it.
      * @return 0, or the exit status of a failure, which was reported
      */
     int Execute();
@@ -114,11 +122,13 @@ class CProgrammer
     struct SJob {
         SMemoryOperation oOperation;
         std::vector<std::size_t> anMemories;
+        bool bLater = false; // an earlier operation writes the file
         bool bLoaded = false;
         bool bAddressed = true;
         CImage oImage;
     };
 
+    int LoadFiles();
     int Load(SJob& oJob) const;
     int Fit(SJob& oJob) const;
     int Execute(SJob& oJob);
@@ -128,7 +138,7 @@ class CProgrammer
     int EraseTouched(std::size_t nMemory, const CImage& oPages);
     int Write(const SMemory& oMemory, const CImage& oPages, const CImage& oImage);
     int Verify(const SJob& oJob, const SMemory& oMemory, const CImage& oImage);
-    int ReadRanges(const SMemory& oMemory, const CImage& oWanted, CImage& oRead);
+    int ReadSpans(const SMemory& oMemory, const std::vector<SAddresses>& aoSpans, bool bSmall, CImage& oRead);
     void PrintJson(const char* pOperation, const SMemory& oMemory, const CJson& oMore) const;
 
     CTool& m_oTool;
@@ -207,6 +217,9 @@ class CTargetOperation : public CTargetVerb
 /// Adds the option for the format of a file. @param eAction what is done with it: a file is written by reading
 void AddFormatOption(CLI::App& oApp, std::string& strFormat, SMemoryOperation::EAction eAction);
 
+/// Adds the option --address.
+void AddAddressOption(CLI::App& oApp, CProgrammer::SOptions& oOptions, const std::string& strText);
+
 /// Adds the options --address and --length.
 void AddRangeOptions(CLI::App& oApp, CProgrammer::SOptions& oOptions);
 
@@ -222,7 +235,12 @@ class CVerbOf : public TVerb
     {
         if (m_oOptions.Check(oTool) != eStatusDone)
             return nullptr;
-        return std::make_unique<TTarget>(oTool, m_oOptions);
+        auto pTarget = std::make_unique<TTarget>(oTool, m_oOptions);
+        for (const SMemory& oMemory : pTarget->GetMemories()) {
+            if (oMemory.nSize > 0 && oMemory.Check(oTool) != eStatusDone)
+                return nullptr;
+        }
+        return pTarget;
     }
 
   private:

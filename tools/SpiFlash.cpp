@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -113,15 +112,26 @@ std::string CSpiFlash::Address(unsigned char nShort, unsigned char nLong, std::u
     return strFrame;
 }
 
-int CSpiFlash::Read(std::uint64_t nAddress, std::string& strBytes)
+int CSpiFlash::Read(const char* pTitle, const std::vector<SAddresses>& aoSpans, CImage& oRead)
 {
-    CProgress oProgress(m_oTool, "Reading", strBytes.size());
-    for (std::size_t nDone = 0; nDone < strBytes.size();) {
-        const std::size_t nPiece = std::min(MAX_READ, strBytes.size() - nDone);
-        if (const int nStatus = ReadRange(nAddress + nDone, strBytes.data() + nDone, nPiece); nStatus != 0)
-            return nStatus;
-        nDone += nPiece;
-        oProgress.Update(nDone);
+    std::uint64_t nTotal = 0;
+    for (const SAddresses& oSpan : aoSpans)
+        nTotal += oSpan.nLast - oSpan.nFirst + 1;
+    CProgress oProgress(m_oTool, pTitle, nTotal);
+    std::uint64_t nDone = 0;
+    for (const auto& [nFirst, nLast] : aoSpans) {
+        std::string strBytes;
+        while (strBytes.size() <= nLast - nFirst) {
+            const std::size_t nStart = strBytes.size();
+            strBytes.resize(std::min(nStart + MAX_READ, nLast - nFirst + 1));
+            const std::size_t nPiece = strBytes.size() - nStart;
+            if (const int nStatus = ReadRange(nFirst + nStart, strBytes.data() + nStart, nPiece);
+                nStatus != 0)
+                return nStatus;
+            nDone += nPiece;
+            oProgress.Update(nDone);
+        }
+        oRead.Set({{nFirst, std::move(strBytes)}});
     }
     oProgress.Finish();
     return eStatusDone;
@@ -220,15 +230,16 @@ int CSpiFlash::Update(const CImage& oImage, bool bErasing, CProgress& oProgress)
     int nStatus = WaitReady("flash status", LIMIT_PROGRAM);
     std::uint64_t nNext = 0; // what lies below is done
     std::uint64_t nDone = 0;
-    for (const CImage::SRange& oRange : oImage.GetRanges()) {
-        nNext = std::max(nNext, oRange.nAddress / BLOCK * BLOCK);
-        for (; nStatus == 0 && nNext <= oRange.GetLast(); nNext += BLOCK) {
+    for (auto itRange = oImage.GetRanges().begin(); itRange != oImage.GetRanges().end(); ++itRange) {
+        nNext = std::max(nNext, itRange->nAddress / BLOCK * BLOCK);
+        for (; nStatus == 0 && nNext <= itRange->GetLast(); nNext += BLOCK) {
             SUpdate oUpdate{nNext, bErasing, m_oOptions.nErase == BLOCK ? BLOCK : SECTOR, oProgress, nDone};
-            for (const CImage::SRange& oPart : oImage.GetRanges()) {
+            for (auto itPart = itRange; itPart != oImage.GetRanges().end(); ++itPart) {
+                const CImage::SRange& oPart = *itPart;
                 const std::uint64_t nFirst = std::max(nNext, oPart.nAddress);
                 const std::uint64_t nEnd = std::min(nNext + BLOCK, oPart.GetLast() + 1);
                 if (nFirst >= nEnd)
-                    continue;
+                    break;
                 oUpdate.strNew.replace(nFirst - nNext, nEnd - nFirst, oPart.strBytes, nFirst - oPart.nAddress,
                                        nEnd - nFirst);
                 oUpdate.strIsData.replace(nFirst - nNext, nEnd - nFirst, nEnd - nFirst, '\1');
@@ -367,21 +378,9 @@ int CSpiFlash::ProgramNew(SUpdate& oUpdate)
 
 int CSpiFlash::Verify(const CImage& oImage, CVerify& oVerify)
 {
-    CProgress oProgress(m_oTool, "Verifying", oImage.GetSize());
-    std::uint64_t nDone = 0;
-    std::string strRead;
-    for (const CImage::SRange& oRange : oImage.GetRanges()) {
-        for (std::size_t nStart = 0; nStart < oRange.strBytes.size(); nStart += strRead.size()) {
-            strRead.resize(std::min(MAX_READ, oRange.strBytes.size() - nStart));
-            if (const int nStatus = ReadRange(oRange.nAddress + nStart, strRead.data(), strRead.size());
-                nStatus != 0)
-                return nStatus;
-            oVerify.Compare(oRange.nAddress + nStart, strRead,
-                            std::string_view(oRange.strBytes).substr(nStart, strRead.size()));
-            nDone += strRead.size();
-            oProgress.Update(nDone);
-        }
-    }
-    oProgress.Finish();
-    return eStatusDone;
+    CImage oDevice;
+    const int nStatus = Read("Verifying", oImage.GetSpans(READ_HOLE), oDevice);
+    if (nStatus == 0)
+        oVerify.Compare(oDevice, oImage);
+    return nStatus;
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /**
  * A flash memory of any size; beyond 16 MiB it is driven with the commands that take addresses of 4 bytes. Every
@@ -45,8 +46,13 @@ class CSpiFlash
     /// @return the size in bytes
     std::uint64_t GetSize() const { return m_oOptions.nSize; }
 
-    /// Reads a range, and shows the progress. @param strBytes as long as what is to be read; receives it
-    int Read(std::uint64_t nAddress, std::string& strBytes);
+    /**
+     * Reads, and shows the progress.
+     * @param pTitle  what the progress is called
+     * @param aoSpans what to read, ascending
+     * @param oRead   receives it
+     */
+    int Read(const char* pTitle, const std::vector<SAddresses>& aoSpans, CImage& oRead);
 
     /**
      * Writes an image. Only what differs from the memory's content is erased and programmed.

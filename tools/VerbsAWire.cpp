@@ -119,9 +119,10 @@ class CAWireTarget : public CTarget
     int Read(const SMemory& /*oMemory*/, std::uint64_t nAddress, std::uint64_t nLength, std::string& strBytes,
              const TProgress& fnProgress) override
     {
-        strBytes.resize(nLength);
+        strBytes.clear();
         for (std::uint64_t nDone = 0; nDone < nLength;) {
             const auto nChunk = static_cast<unsigned short>(std::min(READ_CHUNK, nLength - nDone));
+            strBytes.resize(nDone + nChunk);
             unsigned short nRead = 0;
             int nRC = m_oGateway.Read(static_cast<unsigned>(nAddress + nDone), nChunk,
                                       strBytes.data() + nDone, nRead);

@@ -536,7 +536,7 @@ class CCanPlay : public CVerb
         if (!nLoops || (*nLoops == 0 && m_strLoops != "i"))
             return oTool.Fail(eStatusUsage, "-l: a number from 1 on, or i");
         std::string strContent;
-        if (const int nStatus = ReadFile(oTool, m_strFile, strContent); nStatus != 0)
+        if (const int nStatus = ReadFile(oTool, m_strFile, MAX_FILE, strContent); nStatus != 0)
             return nStatus;
         if (const int nStatus = CheckLog(oTool, strContent); nStatus != 0)
             return nStatus;

@@ -516,8 +516,8 @@ class CSdoWrite : public CSdoVerb
         if (m_astrValue.empty() == m_strFile.empty())
             return oTool.Fail(eStatusUsage, "VALUE or --file, one of them");
         std::string strBytes;
-        const int nStatus =
-            m_strFile.empty() ? ParseValue(oTool, strBytes) : ReadFile(oTool, m_strFile, strBytes);
+        const int nStatus = m_strFile.empty() ? ParseValue(oTool, strBytes)
+                                              : ReadFile(oTool, m_strFile, SFileLimit{MAX_OBJECT}, strBytes);
         if (nStatus != 0)
             return nStatus;
         if (strBytes.empty() || strBytes.size() > MAX_OBJECT)

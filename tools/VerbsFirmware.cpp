@@ -18,6 +18,7 @@ using SInfo = CQuorvelClientFirmware::SQuorvelDeviceInfoEx;
 
 constexpr std::uint64_t BLOCK = 2048;
 constexpr std::uint64_t BLOCKS = 128;
+constexpr std::uint64_t EEPROM_REACH = 0x10000;   // offsets have 16 bits
 constexpr std::uint64_t EEPROM_WRITE_CHUNK = 256; // writing an EEPROM takes its time
 constexpr std::uint64_t EEPROM_READ_CHUNK = 2048;
 constexpr int RC_SHORT_ANSWER = 0x000C0000;
@@ -27,7 +28,8 @@ class CFirmwareTarget : public CTarget
 {
   public:
     explicit CFirmwareTarget(CTool& oTool)
-        : CTarget({{"flash", 0, BLOCKS * BLOCK, BLOCK, BLOCKS * BLOCK}, {"eeprom"}}),
+        : CTarget(
+              {{"flash", 0, BLOCKS * BLOCK, BLOCK, BLOCKS * BLOCK}, {"eeprom", 0, 0, 1, 0, EEPROM_REACH}}),
           m_oTool(oTool),
           m_oGateway(oTool)
     {
@@ -217,9 +219,9 @@ class CFlashRead : public CFirmwareOperation
             ->type_name("")
             ->required();
         m_oApp.footer(
-            "The flash has 128 blocks of 2048 bytes and begins at address 0. Formats: r raw (default), i "
-            "Intel "
-            "HEX, I with comments, s S-records, d, h, o, b numbers.\n\nquorvel -g 192.168.0.10 firmware read "
+            "The flash has 128 blocks of 2048 bytes and begins at address 0. Formats: i Intel "
+            "HEX, I with comments, s S-records, r raw, d, h, o, b numbers; without --format as the ending of "
+            "the name tells, such as .hex, .srec or .bin, else raw.\n\nquorvel -g 192.168.0.10 firmware read "
             "old.bin");
     }
 };
@@ -236,9 +238,9 @@ class CEepromRead : public CFirmwareOperation
                         "A file, - for standard output; default: a hex dump is printed")
             ->type_name("");
         m_oApp.footer(
-            "The first 256 bytes are the device information. Formats of files: r raw (default), i Intel HEX, "
-            "I "
-            "with comments, s S-records, d, h, o, b numbers. Without a file, --json prints first and last "
+            "The first 256 bytes are the device information. Formats of files: i Intel HEX, I "
+            "with comments, s S-records, r raw, d, h, o, b numbers; without --format as the ending of the "
+            "name tells, such as .hex, .srec or .bin, else raw. Without a file, --json prints first and last "
             "address and the bytes.\n\nquorvel -g 192.168.0.10 firmware eeprom read --address 0x100 "
             "--length 256");
     }
@@ -278,16 +280,16 @@ class CEepromWrite : public CFirmwareOperation
         m_oApp.add_option("FILE", m_oOperation.strFile, "The file, - for standard input")
             ->type_name("")
             ->required();
-        m_oApp.add_option("--address", m_oOptions.nFirst, "Where a file without addresses begins; default 0")
-            ->type_name("ADDRESS");
+        AddAddressOption(m_oApp, m_oOptions, "Where a file without addresses begins; default 0");
         m_oApp.add_flag("-V,--no-verify", m_oOptions.bNoVerify,
                         "Do not read back and compare what was written");
         m_oApp.add_flag("-n,--dry-run", m_oOptions.bDryRun, "Do not write: only check the file");
         m_oApp.footer(
             "The first 256 bytes are the device information: serial number and versions, most significant "
             "byte "
-            "first. Formats: a automatic (Intel HEX, S-records, ELF, anything else raw, unless its name ends "
-            "like Intel HEX or S-records), i, s, e, r, d, h, o, b "
+            "first. Formats: a automatic (as the ending of the name tells, such as .hex, .srec or .bin, else "
+            "as "
+            "the file begins: Intel HEX, S-records, ELF, anything else raw), i, s, e, r, d, h, o, b "
             "numbers, and m: then FILE is not a file but the bytes themselves.\n\nquorvel -g 192.168.0.10 "
             "firmware eeprom write --address 0x100 --format m 0x12,0x34");
     }

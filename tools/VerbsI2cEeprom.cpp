@@ -94,7 +94,7 @@ class CEepromVerb : public CVerb
   protected:
     void AddInput()
     {
-        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_CONTENT);
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_INPUT);
         m_oApp.add_option("--offset", m_nOffset, "Added to every address of the file")
             ->type_name("BYTES")
             ->check(CLI::Range(0U, MAX_OFFSET).description(""))
@@ -129,42 +129,28 @@ class CEepromVerb : public CVerb
 
     std::uint64_t GetSize() const { return GetMemorySize(*m_nAddressing); }
 
-    // Loads the file and moves it; everything has to fit the memory.
-    int LoadImage(const CTool& oTool, CImage& oImage) const
-    {
-        CImage oFile;
-        if (const int nStatus = oFile.LoadData(oTool, m_strFile, m_eFormat); nStatus != 0)
-            return nStatus;
-        for (const CImage::SRange& oRange : oFile.GetRanges()) {
-            const std::uint64_t nLast = oRange.GetLast() + m_nOffset;
-            if (nLast >= GetSize())
-                return oTool.Fail(eStatusFile,
-                                  fmt::format("{}: reaches to 0x{:04x}; the last byte of the memory "
-                                              "is 0x{:04x}",
-                                              m_strFile, nLast, GetSize() - 1));
-            oImage.Set(oRange.nAddress + m_nOffset, oRange.strBytes);
-        }
-        return eStatusDone;
-    }
-
     // Finds the memory, loads the file and connects.
     int OpenForImage(const CTool& oTool, CMemory& oMemory, CImage& oImage)
     {
         int nStatus = ParseMemory(oTool);
         if (nStatus == 0)
-            nStatus = LoadImage(oTool, oImage);
+            nStatus = oImage.LoadData(oTool, m_strFile, m_eFormat, GetSize(), m_nOffset);
         return nStatus != 0 ? nStatus : oMemory.OpenGateway();
     }
 
-    // Reads ranges, as long as they are.
-    int ReadRanges(CTool& oTool, CMemory& oMemory, std::vector<CImage::SRange>& aoRanges) const
+    int ReadSpans(CTool& oTool, CMemory& oMemory, const std::vector<SAddresses>& aoSpans, CImage& oRead) const
     {
+        std::vector<CImage::SRange> aoRanges;
+        for (const SAddresses& oSpan : aoSpans)
+            aoRanges.push_back({oSpan.nFirst, std::string(oSpan.nLast - oSpan.nFirst + 1, '\0')});
         const auto fnRead = [&](unsigned nOffset, char* pBytes, unsigned short nLength,
                                 unsigned short& nDone) {
             return oMemory.ReadEEProm(static_cast<unsigned short>(m_nChip), nOffset, GetAddressing(), pBytes,
                                       nLength, nDone);
         };
-        return ForPieces(oTool, oMemory, "Reading", "read", aoRanges, fnRead);
+        const int nStatus = ForPieces(oTool, oMemory, "Reading", "read", aoRanges, fnRead);
+        oRead.Set(std::move(aoRanges));
+        return nStatus;
     }
 
     int WriteRanges(CTool& oTool, CMemory& oMemory, std::vector<CImage::SRange> aoRanges) const
@@ -182,11 +168,10 @@ class CEepromVerb : public CVerb
     int VerifyImage(CTool& oTool, CMemory& oMemory, const CImage& oImage) const
     {
         CVerify oVerify(oTool, "EEPROM", GetInputName(m_strFile));
-        std::vector<CImage::SRange> aoDevice = oImage.GetRanges();
-        if (const int nStatus = ReadRanges(oTool, oMemory, aoDevice); nStatus != 0)
+        CImage oDevice;
+        if (const int nStatus = ReadSpans(oTool, oMemory, oImage.GetSpans(READ_HOLE), oDevice); nStatus != 0)
             return nStatus;
-        for (std::size_t i = 0; i < aoDevice.size(); ++i)
-            oVerify.Compare(aoDevice[i].nAddress, aoDevice[i].strBytes, oImage.GetRanges()[i].strBytes);
+        oVerify.Compare(oDevice, oImage);
         return oVerify.Report(true);
     }
 
@@ -194,7 +179,7 @@ class CEepromVerb : public CVerb
     std::optional<std::uint64_t> m_nSize;
     std::optional<unsigned> m_nAddressing;
     unsigned m_nChip = 0;
-    std::uint64_t m_nOffset = 0;
+    std::int64_t m_nOffset = 0;
     CQuorvelHexfile::EType m_eFormat = CQuorvelHexfile::eTypeAuto;
     std::string m_strFile;
 
@@ -238,7 +223,7 @@ class CEepromRead : public CEepromVerb
     explicit CEepromRead(CLI::App& oGroup)
         : CEepromVerb(oGroup, "read", "Read a memory into a file", "output")
     {
-        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_NAME);
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_OUTPUT);
         m_oApp.add_option("--address", m_nAddress, "First address")
             ->type_name("ADDRESS")
             ->check(CLI::Range(0U, MAX_OFFSET).description(""))
@@ -261,12 +246,9 @@ class CEepromRead : public CEepromVerb
         CMemory oMemory(oTool);
         if (int nStatus = oMemory.OpenGateway(); nStatus != 0 || (nStatus = oFile.Open(m_strFile)) != 0)
             return nStatus;
-        std::vector<CImage::SRange> aoRanges{
-            {oRange.nFirst, std::string(oRange.nLast - oRange.nFirst + 1, '\0')}};
-        if (const int nStatus = ReadRanges(oTool, oMemory, aoRanges); nStatus != 0)
-            return nStatus;
         CImage oImage;
-        oImage.Set(std::move(aoRanges));
+        if (const int nStatus = ReadSpans(oTool, oMemory, {oRange}, oImage); nStatus != 0)
+            return nStatus;
         return oImage.Save(oTool, oFile, GetOutputFormat(m_strFile, m_eFormat));
     }
 

@@ -29,7 +29,7 @@ class CImageVerb : public CVerb
     void AddInput()
     {
         m_oApp.add_option("FILE", m_strFile, "The image; - is standard input")->required()->type_name("FILE");
-        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_CONTENT);
+        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_INPUT);
     }
 
     std::string m_strFile;
@@ -45,7 +45,7 @@ class CImageInfo : public CVerb
         m_oApp.add_option("FILE", m_astrFiles, "The images; - is standard input")
             ->required()
             ->type_name("FILE");
-        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_CONTENT);
+        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_INPUT);
         m_oApp.footer(
             "Addresses are those of the first and of the last byte: the last one is included. The CRC-32 is "
             "that of zip and Ethernet; that of all data runs over the ranges and leaves out the holes.\n\n"
@@ -143,7 +143,7 @@ class CImageConvert : public CVerb
         m_oApp.add_option("OUT", m_strOut, "The file to write; - is standard output")
             ->required()
             ->type_name("FILE");
-        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_CONTENT);
+        AddFormatOption(m_oApp, "--from", m_eFrom, FORMAT_OF_INPUT);
         AddFormatOption(
             m_oApp, "--to", m_eTo,
             "Format of the output; auto: the ending of OUT decides, .hex .ihex .ihx .mcs, .srec .s19 "
@@ -304,8 +304,8 @@ class CImageCompare : public CVerb
         m_oApp.add_option("A", m_strA, "An image; - is standard input")->required()->type_name("FILE");
         m_oApp.add_option("B", m_strB, "The other image")->required()->type_name("FILE");
         AddFormatOption(m_oApp, "--from", m_eFrom,
-                        "Format of both; auto: for each the first character decides, else the ending of "
-                        "its name");
+                        "Format of both; auto: for each the ending of its name decides, else the first "
+                        "character");
         m_oApp.add_option("--max", m_nMaximum, "How many differences are listed")
             ->type_name("N")
             ->capture_default_str();

@@ -204,6 +204,10 @@ class CChecksum : public CTargetVerb
         const auto pTarget = MakeTarget(oTool);
         if (!pTarget)
             return eStatusUsage;
+        const SMemory& oMemory = pTarget->GetMemories()[0];
+        if (m_nLast > oMemory.GetLast())
+            return oTool.Fail(eStatusUsage,
+                              fmt::format("LAST: the flash ends at 0x{:04x}, see --size", oMemory.GetLast()));
         unsigned short nChecksum = 0;
         int nStatus = pTarget->Open();
         if (nStatus == 0)

@@ -13,6 +13,8 @@
 namespace
 {
 
+constexpr std::size_t MAX_SEQUENCE = 65528; // what a request holds
+
 // Bytes in hex from the command line, then those of a file; any failure is reported.
 int CollectBytes(const CTool& oTool, const std::vector<std::string>& astrHex, const std::string& strFile,
                  std::string& strBytes)
@@ -27,7 +29,7 @@ int CollectBytes(const CTool& oTool, const std::vector<std::string>& astrHex, co
     }
     std::string strContent;
     if (!strFile.empty()) {
-        if (const int nStatus = ReadFile(oTool, strFile, strContent); nStatus != 0)
+        if (const int nStatus = ReadFile(oTool, strFile, SFileLimit{MAX_SEQUENCE}, strContent); nStatus != 0)
             return nStatus;
     }
     strBytes += strContent;
@@ -221,8 +223,6 @@ class CSpiSequence : public CVerb
     }
 
   private:
-    static constexpr std::size_t MAX_SEQUENCE = 65528; // what a request holds
-
     static int RunSync(CSpiGateway& oSpi, const std::string& strBytes, std::string& strAnswer)
     {
         std::string strBuffer(1 + CSpiGateway::MAX_TRANSFER, '\0'); // the result byte comes first
@@ -319,7 +319,7 @@ class CFlashVerb : public CVerb
         m_oApp.add_option("FILE", m_strFile, "The image: Intel HEX, S-records or raw; - is standard input")
             ->type_name("")
             ->required();
-        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_CONTENT);
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_INPUT);
         m_oApp
             .add_option("--offset", m_nOffset,
                         "Added to every address of the image, may be negative: --offset=-N")
@@ -351,35 +351,12 @@ class CFlashVerb : public CVerb
             "Do not program again what lies in an erased piece beside the data");
     }
 
-    // Loads the image. What it reaches is tested by Fits, when the size is known.
-    int LoadImage(const CTool& oTool)
-    {
-        CImage oFile;
-        if (const int nStatus = oFile.LoadData(oTool, m_strFile, m_eFormat); nStatus != 0)
-            return nStatus;
-        for (const CImage::SRange& oRange : oFile.GetRanges()) {
-            const std::int64_t nAddress = static_cast<std::int64_t>(oRange.nAddress) + m_nOffset;
-            if (nAddress < 0)
-                return oTool.Fail(eStatusFile, fmt::format("{}: the offset moves 0x{:x} below address 0",
-                                                           m_strFile, oRange.nAddress));
-            m_oImage.Set(static_cast<std::uint64_t>(nAddress), oRange.strBytes);
-        }
-        return eStatusDone;
-    }
-
-    // Loads the image, and opens the flash for it.
+    // Opens the flash, whose size tells how long the file may be, and loads the image for it.
     int OpenForImage(const CTool& oTool, CSpiFlash& oFlash)
     {
-        int nStatus = LoadImage(oTool);
-        if (nStatus == 0)
-            nStatus = oFlash.Open();
-        if (nStatus != 0)
-            return nStatus;
-        const std::uint64_t nLast = m_oImage.GetRanges().back().GetLast();
-        if (nLast < oFlash.GetSize())
-            return eStatusDone;
-        return oTool.Fail(eStatusFile, fmt::format("{}: the image reaches to 0x{:x}, the flash to 0x{:x}",
-                                                   m_strFile, nLast, oFlash.GetSize() - 1));
+        const int nStatus = oFlash.Open();
+        return nStatus != 0 ? nStatus
+                            : m_oImage.LoadData(oTool, m_strFile, m_eFormat, oFlash.GetSize(), m_nOffset);
     }
 
     // Opens the flash for a range of addresses.
@@ -451,7 +428,7 @@ class CFlashRead : public CFlashVerb
     explicit CFlashRead(CLI::App& oGroup) : CFlashVerb(oGroup, "read", "Read the flash into a file")
     {
         m_oApp.add_option("FILE", m_strFile, "The file; - is standard output")->type_name("")->required();
-        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_NAME);
+        AddFormatOption(m_oApp, "--format", m_eFormat, FORMAT_OF_OUTPUT);
         AddRange("up to the end");
         m_oApp.footer("A binary file begins with the byte at --address; the others hold the addresses.\n\n"
                       "The file is there when all has been read, or not at all.\n\n"
@@ -468,12 +445,9 @@ class CFlashRead : public CFlashVerb
             nStatus = oFile.Open(m_strFile);
         if (nStatus != 0)
             return nStatus;
-        std::vector<CImage::SRange> aoRanges{
-            {oRange.nFirst, std::string(oRange.nLast - oRange.nFirst + 1, '\0')}};
-        nStatus = oFlash.Read(oRange.nFirst, aoRanges[0].strBytes);
+        nStatus = oFlash.Read("Reading", {oRange}, m_oImage);
         if (nStatus != 0)
             return nStatus;
-        m_oImage.Set(std::move(aoRanges));
         return m_oImage.Save(oTool, oFile, GetOutputFormat(m_strFile, m_eFormat));
     }
 };

@@ -11,6 +11,19 @@ constexpr std::size_t MAX_MISMATCHES = 10; // that are told one by one
 
 } // namespace
 
+void CVerify::Compare(const CImage& oDevice, const CImage& oInput)
+{
+    auto itDevice = oDevice.GetRanges().begin();
+    for (const CImage::SRange& oRange : oInput.GetRanges()) {
+        while (itDevice->GetLast() < oRange.nAddress)
+            ++itDevice;
+        Compare(oRange.nAddress,
+                std::string_view(itDevice->strBytes)
+                    .substr(oRange.nAddress - itDevice->nAddress, oRange.strBytes.size()),
+                oRange.strBytes);
+    }
+}
+
 void CVerify::Compare(std::uint64_t nAddress, std::string_view strDevice, std::string_view strInput)
 {
     m_nBytes += strInput.size();

@@ -2,12 +2,16 @@
 #ifndef QUORVEL_TOOL_VERIFY_H
 #define QUORVEL_TOOL_VERIFY_H
 
+#include "Image.h"
 #include "Tool.h"
 
 #include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+/// Holes of an image so long are read with what is beside them, which takes no longer than another exchange.
+constexpr std::uint64_t READ_HOLE = 256;
 
 /// Compares piece by piece, and reports the result.
 class CVerify
@@ -23,8 +27,8 @@ class CVerify
     {
     }
 
-    /// Compares bytes. @param nAddress of the first @param strDevice what is there @param strInput what should be
-    void Compare(std::uint64_t nAddress, std::string_view strDevice, std::string_view strInput);
+    /// Compares an image. @param oDevice what is there, at all its addresses at least @param oInput what should be
+    void Compare(const CImage& oDevice, const CImage& oInput);
 
     /**
      * Reports all pieces: the first differences as lines, how many bytes differ, and whether bits are only set or only
@@ -35,6 +39,8 @@ class CVerify
     int Report(bool bNote) const;
 
   private:
+    void Compare(std::uint64_t nAddress, std::string_view strDevice, std::string_view strInput);
+
     CTool& m_oTool;
     std::string m_strMemory;
     std::string m_strInput;

@@ -88,7 +88,8 @@ TEST(CanFormat, FiltersAreThoseOfCandump)
         {"123:C00007FF", "123#", "123#R"},
         {"12345678:DFFFFFFF", "12345678#", "678#"},
         {"400~7F0", "123#", "40F#"},
-        {"123:7FF,456:7FF", "456#", "457#"},
+        {"123:7FF,456:7FF", "456#", "20000456#0000000000000000"}, // an error frame
+        {"20000123:200007FF", "123#", "457#"},                    // bit 29 is none of an identifier
         {"100:700,123~7FF,j", "124#", "123#"},
         {"100:700,123~7FF,j", "124#", "224#"},
         {"0~0,#FFFFFFFF", "20000004#0000000000000000", "123#"},
@@ -151,7 +152,8 @@ TEST(CanFormat, AscIsReadAndWritten)
     std::string strWritten;
     std::string strFrames;
     CAscWriter oAsc(1);
-    for (SCanRecord oRecord; oLog.Next(oRecord);) {
+    SCanRecord oRecord;
+    while (oLog.Next(oRecord)) {
         strFrames += Frame(oRecord.oFrame) + ' ' + oRecord.strInterface + '\n';
         oRecord.nTime += 1345212884'000000000;
         oAsc.Append(strWritten, oRecord);
@@ -159,18 +161,21 @@ TEST(CanFormat, AscIsReadAndWritten)
     EXPECT_EQ(strWritten, strAsc);
     EXPECT_EQ(strFrames, "123#11223344 can0\n12345678#1122334455667788 can0\n123#R5 can0\n"
                          "20000080#0000000000000000 can0\n213##7AABB can0\n");
+    oRecord.nTime = 0; // before the first
+    strWritten.clear();
+    oAsc.Append(strWritten, oRecord);
+    EXPECT_EQ(strWritten.substr(0, 17), "   0.000000 CANFD");
 
     CCanLogReader oOther("base dec timestamps relative\n"
                          "0.5 2 291 Rx d 2 10 255 Length = 3\n"
                          "0.5 2 Statistic: D 1\n"
-                         "0.25 CANFD 1 Tx 291 0 0 5 0 130000 130 10 0 0 0 0 0\n"
+                         "0.25 CANFD 0 Tx 291 0 0 5 0 130000 130 10 0 0 0 0 0\n"
                          "0.0 1 291 Rx d 2 10\n");
-    SCanRecord oRecord;
     ASSERT_TRUE(oOther.Next(oRecord));
     EXPECT_EQ(oRecord.strInterface + ' ' + Frame(oRecord.oFrame), "can1 123#0AFF");
     ASSERT_TRUE(oOther.Next(oRecord));
     EXPECT_EQ(oRecord.nTime, 1250000000);
-    EXPECT_EQ(Frame(oRecord.oFrame), "123#R5");
+    EXPECT_EQ(oRecord.strInterface + ' ' + Frame(oRecord.oFrame), "can0 123#R5");
     EXPECT_FALSE(oOther.Next(oRecord));
     EXPECT_EQ(oOther.GetError(), "line 5: no length, or fewer data than it says");
 }
@@ -184,14 +189,14 @@ TEST(CanFormat, TimesHaveFourForms)
     } aoCases[] = {{'a', false, "(0000000009.000001) (0000000010.500001) "},
                    {'a', true, "(0000000009.000001002) (0000000010.500001002) "},
                    {'d', false, "(000.000000) (001.500000) (000.000000) "},
-                   {'z', false, "(000.000000) (001.500000) (001.500000) "}};
+                   {'z', false, "(000.000000) (001.500000) (000.000000) "}};
     for (const auto& oCase : aoCases) {
         CCanTime oTime(oCase.cMode, oCase.bNanoseconds);
         std::string strText;
         oTime.Append(strText, 9000001002);
         oTime.Append(strText, 10500001002);
         if (oCase.cMode != 'a')
-            oTime.Append(strText, 10500001002);
+            oTime.Append(strText, 8000001002);
         EXPECT_EQ(strText, oCase.pText);
     }
 }

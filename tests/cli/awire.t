@@ -66,7 +66,7 @@ Writing, and every format back:
 Memory operations run in order. An ELF file goes where its segments are physically:
 
     $ cp "$QUORVEL_SOURCE/fuzz/corpus/memory_operation/elf32" .
-    $ quorvel awire flash -U user:w:0x12:m -U user:w:255,0b11:m -U user:r:a:b:h -U user:v:a:b:h -U elf32
+    $ quorvel awire flash -U user:w:0x12:m -U user:w:255,0b1000:m -U user:r:a:b:h -U user:v:a:b:h -U elf32
     Reading 1 byte for user from the command line
     Erasing user
     Writing 1 byte (0x12) to user, 1 byte written, 1 verified
@@ -122,8 +122,21 @@ Bad arguments and files, before anything is written:
     $ image low.hex 0xFFFFFF0 0x10000010 x; quorvel awire flash -U user:w:0:m -U low.hex
     quorvel: input file low.hex: 0x0ffffff0-0x1000000f is outside flash (0x10000000-0x100fffff)
     [5]
-    $ quorvel -q awire read - -m user --format h --length 2
-    0x12,0x3
+    $ poke() { printf "$2" | dd of="$1" bs=1 seek=$3 conv=notrunc status=none; }
+    $ cp elf32 note.elf; poke note.elf '\4' 55; quorvel awire flash -U user:w:0:m -U note.elf
+    quorvel: note.elf: there are no data in it
+    [5]
+    $ cp elf32 two.elf; poke two.elf '\2' 98; poke two.elf '\1' 103; quorvel awire flash two.elf
+    quorvel: two.elf: segments of the ELF file overlap
+    [5]
+    $ quorvel awire flash -U user:w:0:m -U elf32 --block-size 15
+    quorvel: --block-size: flash has 69906 blocks of 15 bytes, but their numbers have 16 bits
+    [2]
+    $ quorvel -q awire read - -m user --format o --length 2
+    022,010
+    $ python3 -c 'for i in range(150000): print("S306%08X00%02X" % (0x10000000 + 4 * i, 255 - (22 + sum((4 * i).to_bytes(3, "big"))) % 256))' > many.s37
+    $ quorvel -q awire flash -n many.s37
+    quorvel: warning: many.s37: no end record: is the file complete?
 
 Without erasing, bits are only cleared; erasing takes whole blocks, and only those that are touched:
 
@@ -184,6 +197,9 @@ Refused, damaged and lost answers, and another target:
     baud_rate 1000000
     flash     0x80000000-0x80007fff, 32768 bytes, pages of 512 bytes, erased as a whole
     user      0x80008000-0x800081ff, 512 bytes, pages of 512 bytes, erased as a whole
+    $ quorvel awire config --size 0x40000 --page 0x20000; quorvel awire erase
+    quorvel: flash: 262144 bytes are no whole number of pages of 131072 bytes, at most 65536
+    [1]
     $ quorvel awire config --page 7
     quorvel: AWire gateway 127.90.4.1:5013: set target: 0x00000E23, SetConfig failed to read Flash or Page size
     [1]

@@ -174,8 +174,9 @@ Playing a log: its order, its timing (0.3 s), what is left out; an ASC file too:
     can0 123#R
     $ log2asc -I play.log can0 can1 > play.asc; quorvel -q --json can play -t -l 3 -n 5 --from can0 play.asc 2> /dev/null
     {"frames":5,"left_out":1}
-    $ printf '(%s) can0 123#\n' 1.000000 3601.000000 2.000000 | quorvel --json can play -s 1 -
-    {"frames":3,"left_out":0}
+    $ start=${EPOCHREALTIME/./}; printf '(%s) can0 123#\n' 1.000000 3601.000000 2.000000 2.300000 | quorvel --json can play -s 1 -; echo $((${EPOCHREALTIME/./} - start >= 300000))
+    {"frames":4,"left_out":0}
+    1
     $ printf '(1.000000) can0 123#\n(1.5) can0 123#\n' | quorvel can play -
     quorvel: -: line 2: the time must have 6 or 9 decimals
     [5]

@@ -19,6 +19,12 @@ The EEPROM:
     {"first":0,"last":3,"bytes":"000003e9"}
     $ srec_cat -generate 0x400 0x1400 -repeat-string 'EEPROM.' -o e.hex -intel
     $ quorvel -q firmware eeprom write e.hex && quorvel -q firmware eeprom read e.s --format s && srec_cat e.s -crop 0x400 0x1400 -o crop.hex -intel && srec_cmp e.hex -intel crop.hex -intel
+    $ printf '\177ELF' > elf.bin; quorvel -q firmware eeprom write --address 0x300 elf.bin
+    $ quorvel -q firmware eeprom read --address 0x300 --length 4 elf.hex && tail -1 elf.hex
+    :00000001FF
+    $ yes 1, | quorvel firmware eeprom write - --format d
+    quorvel: standard input: longer than 1048576 bytes, 16 for each byte of the memory
+    [5]
     $ quorvel firmware eeprom read --address 1 --length 0x10000
     quorvel: --length: 65536, but from 0x0001 on eeprom has 65535 bytes
     [2]

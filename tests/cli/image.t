@@ -34,7 +34,7 @@ Faults are told with their lines, and the rest is read; what the library prints 
     -: intel, 0 bytes in 0 ranges
       CRC-32 of all data: 00000000
 
-Where the first character tells no format, the name does; data that get lost are an error, and a missing end a doubt:
+The name tells the format, and else the first character; data that get lost are an error, and a missing end a doubt:
 
     $ printf '%s\n' '; lead' '' :0100000001FE :00000001FF > lead.HEX; quorvel image dump lead.HEX
     00000000  01                                               |.|
@@ -54,7 +54,9 @@ Where the first character tells no format, the name does; data that get lost are
     $ for file in a.hex a.s19; do sed '$d' $file | quorvel -q image map - 2>&1 | grep end; done
     quorvel: warning: standard input: no end record: is the file complete?
     quorvel: warning: standard input: no end record: is the file complete?
-    $ rm lead.HEX bom.mot odd.mot
+    $ printf ':1' > colon.bin; quorvel image dump colon.bin
+    00000000  3a 31                                            |:1|
+    $ rm colon.bin lead.HEX bom.mot odd.mot
 
 A target file is untouched after a failure, and nothing is left beside it:
 

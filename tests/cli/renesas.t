@@ -17,7 +17,7 @@ Writing in pages, from the middle of one to the middle of another:
     Writing \| #{50} \| 100% \d+\.\d\d s (re)
     Reading \| #{50} \| 100% \d+\.\d\d s (re)
     8480 bytes of flash verified
-    $ quorvel -q renesas read a.bin && srec_cat a.hex -intel -fill 0xFF 0 0x10000 -o filled.bin -binary && cmp a.bin filled.bin
+    $ quorvel -q renesas read a.bin --length 0x10000 && srec_cat a.hex -intel -fill 0xFF 0 0x10000 -o filled.bin -binary && cmp a.bin filled.bin
     $ quorvel -q renesas read - --format i --address 0x10f0 --length 8480 | srec_cmp - -intel a.hex -intel
     $ quorvel renesas checksum 0x10f0 0x10f3
     0x019d
@@ -56,6 +56,9 @@ A dry run, and what does not fit:
     $ image large.hex 0xFFF0 0x10010 x; command quorvel -g 127.90.4.254 renesas flash large.hex
     quorvel: input file large.hex: 0x00010000-0x0001000f is outside flash (0x00000000-0x0000ffff)
     [5]
+    $ quorvel renesas erase --block-size 1 --size 0x20000; quorvel renesas checksum 0 0x100 --size 256; quorvel -q renesas verify two.hex
+    quorvel: --block-size: flash has 131072 blocks of 1 byte, but their numbers have 16 bits
+    quorvel: LAST: the flash ends at 0x00ff, see --size
     $ quorvel renesas info --id ff
     quorvel: --id: 7 bytes in hex, such as ff:ff:ff:ff:ff:ff:ff
     [2]

@@ -13,8 +13,9 @@ Transfers:
     <- SPI transfer 0x8303 id 2, result 0x00, 3 bytes
        00000000  00 ff c2                                         |...|
     ff c2
-    $ quorvel spi transfer 9fz
-    quorvel: BYTES: '9fz': bytes in hex, such as 9f 0 0 0
+    $ for bytes in 9g 9f0; do quorvel spi transfer $bytes; done
+    quorvel: BYTES: '9g': bytes in hex, such as 9f 0 0 0
+    quorvel: BYTES: '9f0': bytes in hex, such as 9f 0 0 0
     [2]
     $ quorvel spi transfer 9f --read 65527
     quorvel: a transfer has 1 to 65527 bytes, not 65528
@@ -175,7 +176,17 @@ Bad arguments:
     $ quorvel spi flash write a.bin --page 100 2>&1 | head -1
     quorvel: --page: 100 is no power of two from 1 to 4096
     $ quorvel spi flash write a.bin --offset 0x7ffffb
-    quorvel: a.bin: the image reaches to 0x800000, the flash to 0x7fffff
+    quorvel: a.bin: reaches to 0x800000; the last byte of the memory is 0x7fffff
+    [5]
+    $ truncate -s 5G sparse; for file in sparse /dev/zero; do (ulimit -v 1000000; quorvel spi flash write $file; quorvel spi transfer --input $file); done
+    quorvel: sparse: longer than 8388608 bytes, more than the memory has
+    quorvel: sparse: longer than 65528 bytes
+    quorvel: /dev/zero: neither a file nor a pipe
+    quorvel: /dev/zero: neither a file nor a pipe
+    [5]
+    $ yes : | quorvel spi flash verify --size 64K -; quorvel spi flash verify --size 64K - < /dev/zero
+    quorvel: standard input: longer than 1048576 bytes, 16 for each byte of the memory
+    quorvel: standard input: longer than 65536 bytes, more than the memory has
     [5]
     $ quorvel spi flash verify a.bin --offset=-1
     quorvel: a.bin: the offset moves 0x0 below address 0
