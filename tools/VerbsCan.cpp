@@ -117,9 +117,6 @@ class CReceiveVerb : public CVerb
         CCanReceiver oCan(oTool, m_nQueue);
         if (const int nStatus = oCan.OpenGateway(); nStatus != 0)
             return nStatus;
-        // A file gets whole lines; what reads standard output may never go on.
-        const CInterrupt::CScope oScope(oTool.GetInterrupt(),
-                                        pFile == stdout ? CInterrupt::eSoon : CInterrupt::eByItself);
         unsigned char nMode = 0;
         if (const int nStatus = oCan.Check("read the CANopen mode", oCan.CANopenGetConfig(nMode), 1);
             nStatus != 0)
@@ -127,6 +124,9 @@ class CReceiveVerb : public CVerb
         std::FILE* const pFile = fnOpen();
         if (pFile == nullptr)
             return eStatusFile;
+        // A file gets whole lines; what reads standard output may never go on.
+        const CInterrupt::CScope oScope(oTool.GetInterrupt(),
+                                        pFile == stdout ? CInterrupt::eSoon : CInterrupt::eByItself);
         SCanRecord oRecord;
         oRecord.strInterface = GetCanName(oTool);
         if (nMode != 0)
