@@ -356,7 +356,7 @@ void CTool::Report(const std::string& strText) const
 
 std::optional<std::string> CTool::Ask(const std::string& strQuestion)
 {
-    PutError(ToHarmless(strQuestion) + " ");
+    PutError(ToHarmless(strQuestion, true) + " ");
     if (std::ferror(stderr) != 0)
         return std::nullopt;
     std::string strAnswer;
