@@ -20,6 +20,7 @@
 #include <memory>
 #include <memory_resource>
 #include <string>
+#include <typeinfo>
 
 /**
  * One gateway: its TCP connection, and the exchange of requests and confirmations over it.
@@ -130,7 +131,8 @@ class QUORVEL_API CQuorvelClient
     virtual int SendMsg(const CQuorvelMsg& oMsg);
 
     /**
-     * Entry point for a received telegram; called on the receive thread.
+     * Entry point for a received telegram; called on the receive thread, or for a confirmation on a thread that waits for
+     * one (see ReceiveWhileWaiting).
      * @param pData the telegram from its length bytes on; must not be null unless nLen is 0
      * @param nLen  number of bytes
      */
@@ -329,6 +331,21 @@ class QUORVEL_API CQuorvelClient
     /** Closes the connection and waits until a running indication has returned, however long that takes. */
     void StopReception();
 
+    /**
+     * A thread that waits for a confirmation receives it itself, which is much faster than having it handed over by the
+     * receive thread. For objects of the library's own classes that is so; a derived class says here that it wants
+     * it, best in its constructor. Its DataInd, if it has one, is then called for a confirmation on the thread that waits
+     * or on the receive thread, never on both at once. Indications (DataIndRespond) and ConInd stay on the receive
+     * thread.
+     */
+    void ReceiveWhileWaiting() { m_bReceiveWhileWaiting = true; }
+
+    /**
+     * For the constructors of the library's classes: the object is of this class, if it is of none derived from it.
+     * @param oClass the class
+     */
+    void SetOwnClass(const std::type_info& oClass) { m_pOwnClass = &oClass; }
+
     /** @return the next telegram id; 32767 is followed by -32768 */
     short TakeMsgID();
 
@@ -365,12 +382,17 @@ class QUORVEL_API CQuorvelClient
     void LeaveToParent();
     static bool Parse(CQuorvelMsg& oMsg, const char* pData, unsigned short nLen);
     void StoreConfirmation(std::unique_ptr<CQuorvelMsg> pMsg);
-    CQuorvelMsg* WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled);
+    CQuorvelMsg* CollectMsg(short nMsgID, const unsigned int* pTimeout);
+    CQuorvelMsg* WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled,
+                            CZelIPConnection::CReader& oReader);
 
-    CZelLocalTime m_oOldestTime;               // no stored confirmation is older
-    CZelTurn m_oTurn;                          // one exchange at a time
-    std::atomic<unsigned int> m_nCancelled{0}; // calls of CancelWait
+    CZelLocalTime m_oOldestTime;                    // no stored confirmation is older
+    CZelTurn m_oTurn;                               // one exchange at a time
+    CZelIPConnection::CReader* m_pReader = nullptr; // of the exchange whose turn it is
+    std::atomic<unsigned int> m_nCancelled{0};      // calls of CancelWait
     unsigned int m_nForks = CZelMonitor::GetForkCount();
+    const std::type_info* m_pOwnClass = &typeid(CQuorvelClient);
+    bool m_bReceiveWhileWaiting = false;
 };
 
 #endif

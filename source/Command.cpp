@@ -48,7 +48,7 @@ int CCommand::Exchange(unsigned short nCmdCode, CPieces astrData, const unsigned
 int CCommand::Collect(unsigned short nCmdCode, short nID, unsigned int nLine)
 {
     return Guarded([&] {
-        CQuorvelMsg* const pCnf = m_oClient.WaitForMsg(nID, nullptr);
+        CQuorvelMsg* const pCnf = m_oClient.CollectMsg(nID, nullptr);
         return Take(CQuorvelClient::CheckCnf(pCnf, nCmdCode, m_pUnit, nLine), pCnf);
     });
 }

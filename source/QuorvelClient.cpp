@@ -36,6 +36,28 @@ std::string Dump(const std::string& strBytes)
     }
 }
 
+// Bit 15 of the command code, which follows the two length bytes.
+bool IsConfirmation(const char* pData, unsigned short nLen)
+{
+    return nLen >= 7 && (static_cast<unsigned char>(pData[3]) & 0x80) != 0;
+}
+
+// The reader of an exchange. One within it, by an override of SendMsg, uses the same: it could not have another.
+struct SReaderInUse {
+    SReaderInUse(CZelIPConnection::CReader*& pReader, CZelIPConnection::CReader& oOwn)
+        : m_pReader(pReader), m_pFormer(pReader)
+    {
+        if (m_pReader == nullptr)
+            m_pReader = &oOwn;
+    }
+    ~SReaderInUse() { m_pReader = m_pFormer; }
+    SReaderInUse(const SReaderInUse&) = delete;
+    SReaderInUse& operator=(const SReaderInUse&) = delete;
+
+    CZelIPConnection::CReader*& m_pReader;
+    CZelIPConnection::CReader* m_pFormer;
+};
+
 unsigned short Code(EQuorvelDevice eDeviceType, unsigned int nCommand)
 {
     return static_cast<unsigned short>(((static_cast<unsigned int>(eDeviceType) & 0x7F) << 8) | nCommand);
@@ -112,6 +134,8 @@ int CQuorvelClient::Connect(const char* pHost, unsigned short nPort, unsigned ch
     if (nPort == 0)
         nPort = static_cast<unsigned short>(m_eDeviceType == 0 ? 5099 : 4999 + m_eDeviceType);
     LeaveToParent();
+    if (m_bReceiveWhileWaiting || typeid(*this) == *m_pOwnClass)
+        m_oConnection.SetReadByCallers(IsConfirmation);
     return ConvertTCPRetCode(
         m_oConnection.ConnectReq(pHost, nPort, m_nTimeout, static_cast<unsigned char>(m_eDeviceType),
                                  static_cast<CZelIPBase::EProtocol>(nProtocol), "", bFlag));
@@ -158,12 +182,15 @@ int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg*& pCnf, const u
         const CZelMyTurn oMyTurn(m_oTurn);
         const unsigned int nCancelled = m_nCancelled; // also what cancels while the request is sent
         m_oEventMsg.Reset();
+        CZelIPConnection::CReader oOwn(m_oConnection);
+        const SReaderInUse oInUse(m_pReader, oOwn);
+        m_pReader->Begin();
         const int nRC = SendMsg(oReq);
         if (nRC != 0) {
             TraceFailure(nRC, UNIT, __LINE__);
             return nRC;
         }
-        pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled);
+        pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled, *m_pReader);
         return CheckCnf(pCnf, oReq.GetCmdCode(), UNIT, __LINE__);
     });
 }
@@ -202,10 +229,21 @@ void CQuorvelClient::TraceFailure(int nRC, const char* pUnit, unsigned int nLine
 
 CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeout)
 {
-    return WaitForMsg(nMsgID, pTimeout, m_nCancelled);
+    try {
+        return CollectMsg(nMsgID, pTimeout);
+    } catch (const std::bad_alloc&) { // none for the confirmation
+        return nullptr;
+    }
 }
 
-CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled)
+CQuorvelMsg* CQuorvelClient::CollectMsg(short nMsgID, const unsigned int* pTimeout)
+{
+    CZelIPConnection::CReader oReader(m_oConnection);
+    return WaitForMsg(nMsgID, pTimeout, m_nCancelled, oReader);
+}
+
+CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeout, unsigned int nCancelled,
+                                        CZelIPConnection::CReader& oReader)
 {
     const unsigned int nTimeout = pTimeout != nullptr ? *pTimeout : m_nTimeout;
     const CZelDeadline oDeadline(nTimeout);
@@ -215,12 +253,14 @@ CQuorvelMsg* CQuorvelClient::WaitForMsg(short nMsgID, const unsigned int* pTimeo
     // As a signed number, 0x80000000 and above are negative: no waiting at all. Existing applications rely on
     // it.
     if (static_cast<int>(nTimeout) >= 0) {
-        while (pMsg == nullptr && m_nCancelled == nCancelled &&
-               m_oEventMsg.WaitBeyond(nCount, oDeadline.GetRemaining())) {
+        while (pMsg == nullptr && m_nCancelled == nCancelled && !oDeadline.IsOver()) {
+            // What was stored before this thread had the reading has been signalled.
+            const bool bReader = oReader.Begin();
+            if (!bReader ||
+                (m_oEventMsg.GetSignalCount() == nCount && !oReader.Read(oDeadline.GetRemaining())))
+                m_oEventMsg.WaitBeyond(nCount, oDeadline.GetRemaining());
             nCount = m_oEventMsg.GetSignalCount();
             pMsg = GetMsg(nMsgID);
-            if (oDeadline.IsOver())
-                break;
         }
         if (pMsg == nullptr) // a confirmation that came just before the end counts
             pMsg = GetMsg(nMsgID);
@@ -233,6 +273,7 @@ void CQuorvelClient::CancelWait()
 {
     ++m_nCancelled;
     m_oEventMsg.Signal();
+    m_oConnection.CancelRead();
 }
 
 CQuorvelMsg* CQuorvelClient::GetMsg(short nMsgID)
@@ -249,13 +290,15 @@ CQuorvelMsg* CQuorvelClient::GetMsg(short nMsgID)
 
 void CQuorvelClient::RemoveOldMsgs()
 {
-    CZelLocalTime oLimit = CZelLocalTime::CurrentLocalTime();
-    oLimit.SubTime(0, 0, 0, m_nTimeout / 100, 0, 0, 0);
     unsigned int nDeleted = 0;
     {
         const CZelLock oLock(m_oMutexMessageMap);
-        // The usual case, also with thousands of confirmations waiting: none of them can be too old.
-        if (m_aoMessageMap.empty() || !(m_oOldestTime < oLimit))
+        if (m_aoMessageMap.empty())
+            return;
+        CZelLocalTime oLimit = CZelLocalTime::CurrentLocalTime();
+        oLimit.SubTime(0, 0, 0, m_nTimeout / 100, 0, 0, 0);
+        if (!(m_oOldestTime <
+              oLimit)) // also with thousands of confirmations waiting: none of them can be too old
             return;
         m_oOldestTime = CZelLocalTime::CurrentLocalTime();
         for (auto it = m_aoMessageMap.begin(); it != m_aoMessageMap.end();) {

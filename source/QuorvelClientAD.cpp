@@ -14,6 +14,7 @@ constexpr const char* UNIT = "source/QuorvelClientAD";
 CQuorvelClientAD::CQuorvelClientAD(int nTimeout)
     : CQuorvelClient(eDeviceAD, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientAD));
 }
 
 CQuorvelClientAD::~CQuorvelClientAD()

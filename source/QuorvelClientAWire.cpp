@@ -41,6 +41,7 @@ int ExchangeRead(CCommand& oCommand, unsigned int nOffset, unsigned short nLengt
 CQuorvelClientAWire::CQuorvelClientAWire(int nTimeout)
     : CQuorvelClient(eDeviceAWire, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientAWire));
 }
 
 CQuorvelClientAWire::~CQuorvelClientAWire()

@@ -66,6 +66,7 @@ void DecodeSDO(const CDataReader& oData, unsigned char& nStatus, unsigned int& n
 CQuorvelClientCAN::CQuorvelClientCAN(int nTimeout)
     : CQuorvelClient(eDeviceCAN, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientCAN));
 }
 
 CQuorvelClientCAN::~CQuorvelClientCAN()

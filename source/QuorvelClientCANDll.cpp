@@ -210,6 +210,7 @@ void CQuorvelMsgQueue::Clear()
 CQuorvelClientCANDll::CQuorvelClientCANDll(int nHandle, int nTimeout)
     : CQuorvelClientCAN(nTimeout), m_nHandle(nHandle)
 {
+    SetOwnClass(typeid(CQuorvelClientCANDll));
 }
 
 CQuorvelClientCANDll::~CQuorvelClientCANDll()

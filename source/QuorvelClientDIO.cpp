@@ -3,6 +3,7 @@
 CQuorvelClientDIO::CQuorvelClientDIO(int nTimeout)
     : CQuorvelClient(eDeviceDIO, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientDIO));
 }
 
 CQuorvelClientDIO::~CQuorvelClientDIO()

@@ -47,6 +47,7 @@ std::string CQuorvelClientFirmware::SQuorvelDeviceInfoEx::GetSWVersionString() c
 CQuorvelClientFirmware::CQuorvelClientFirmware(int nTimeout)
     : CQuorvelClient(static_cast<EQuorvelDevice>(0), static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientFirmware));
 }
 
 CQuorvelClientFirmware::~CQuorvelClientFirmware()

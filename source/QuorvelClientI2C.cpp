@@ -38,6 +38,7 @@ std::string OffsetField(unsigned int nOffset, unsigned short nAddressing)
 CQuorvelClientI2C::CQuorvelClientI2C(int nTimeout)
     : CQuorvelClient(eDeviceI2C, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientI2C));
 }
 
 CQuorvelClientI2C::~CQuorvelClientI2C()

@@ -15,6 +15,7 @@ constexpr std::size_t PAGE_SIZE = 256;
 CQuorvelClientRenesas::CQuorvelClientRenesas(int nTimeout)
     : CQuorvelClient(eDeviceRenesas, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientRenesas));
 }
 
 CQuorvelClientRenesas::~CQuorvelClientRenesas()

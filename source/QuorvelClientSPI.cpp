@@ -78,6 +78,7 @@ int NSPICommands::SequenceGetCnf(CQuorvelClient& oClient, short nID, char* pBufR
 CQuorvelClientSPI::CQuorvelClientSPI(int nTimeout)
     : CQuorvelClient(eDeviceSPI, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientSPI));
 }
 
 CQuorvelClientSPI::~CQuorvelClientSPI()

@@ -74,6 +74,7 @@ std::string_view FileName(std::string_view strPath)
 CQuorvelClientTestSystemCOM::CQuorvelClientTestSystemCOM(int nTimeout)
     : CQuorvelClient(eDeviceTestSystemCOM, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientTestSystemCOM));
 }
 
 CQuorvelClientTestSystemCOM::~CQuorvelClientTestSystemCOM()

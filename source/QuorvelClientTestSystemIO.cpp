@@ -12,6 +12,7 @@ constexpr const char* UNIT = "source/QuorvelClientTestSystemIO";
 CQuorvelClientTestSystemIO::CQuorvelClientTestSystemIO(int nTimeout)
     : CQuorvelClient(eDeviceTestSystemIO, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientTestSystemIO));
 }
 
 CQuorvelClientTestSystemIO::~CQuorvelClientTestSystemIO()

@@ -12,6 +12,7 @@ constexpr const char* UNIT = "source/QuorvelClientTestSystemPWR";
 CQuorvelClientTestSystemPWR::CQuorvelClientTestSystemPWR(int nTimeout)
     : CQuorvelClient(eDeviceTestSystemPWR, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientTestSystemPWR));
 }
 
 CQuorvelClientTestSystemPWR::~CQuorvelClientTestSystemPWR()

@@ -12,6 +12,7 @@ constexpr const char* UNIT = "source/QuorvelClientTestSystemRelay";
 CQuorvelClientTestSystemRelay::CQuorvelClientTestSystemRelay(int nTimeout)
     : CQuorvelClient(eDeviceTestSystemRelay, static_cast<unsigned int>(nTimeout))
 {
+    SetOwnClass(typeid(CQuorvelClientTestSystemRelay));
 }
 
 CQuorvelClientTestSystemRelay::~CQuorvelClientTestSystemRelay()

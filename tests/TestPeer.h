@@ -55,8 +55,8 @@ class CTestPeer
     void Raw(const std::string& strBytes);
     void Ignore() { Raw(""); }
 
-    // The oldest request not yet taken, as hex digits; "none" after ten seconds without one.
-    std::string TakeRequest();
+    // The oldest request not yet taken, as hex digits; "none" after so many seconds without one.
+    std::string TakeRequest(int nSeconds = 10);
 
     bool WaitForClient(unsigned int nNumber = 1); // the first or a later connection is there
     bool WaitForEndOfClient();                    // and is gone again

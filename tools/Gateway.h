@@ -32,6 +32,7 @@ class CGateway : public TClient
         : TClient(oArguments..., static_cast<TimeoutOf<TArguments...>>(oTool.GetOptions().nTimeout)),
           m_oTool(oTool)
     {
+        this->ReceiveWhileWaiting();
         m_oTool.GetInterrupt().SetAction([this] { Abort(); });
     }
 

@@ -8,6 +8,8 @@
 #include "../QuorvelExport.h"
 #include "ZelMonitor.h"
 
+#include <atomic>
+
 /**
  * An event: signalled by one thread, waited for by others. It stays signalled until Reset.
  *
@@ -41,7 +43,7 @@ class QUORVEL_API CZelEvent
      * wake-up, even when others reset the event meanwhile.
      * @return the count, which wraps
      */
-    unsigned int GetSignalCount();
+    unsigned int GetSignalCount() const { return m_nCount; }
 
     /**
      * Waits until the event has been signalled again since GetSignalCount gave nCount.
@@ -53,7 +55,7 @@ class QUORVEL_API CZelEvent
 
   private:
     CZelMonitor m_oMonitor;
-    unsigned int m_nCount = 0;
+    std::atomic<unsigned int> m_nCount{0}; // changes with the mutex held
     bool m_bSignalled = false;
 };
 

@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+class CReception;
+
 /** Names shared by the kinds of connection. */
 class QUORVEL_API CZelIPBase
 {
@@ -163,14 +165,64 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
      */
     bool RunAtEndOfReception(std::function<void()> fnLast);
 
+    /** Tells of a telegram whether a thread that waits for an answer may deliver it; see SetReadByCallers. */
+    using FMine = bool (*)(const char* pData, unsigned short nLen);
+
+    /**
+     * Lets threads that wait for an answer receive it themselves, which saves handing it over from the receive thread:
+     * a CReader reads, and calls DataInd for the telegrams that fnMine is true for. All others come on the receive thread
+     * as ever, in their order: behind one of them, nothing is delivered before its DataInd has returned. DataInd is
+     * never called on two threads at once. Holds for later connections.
+     * @param fnMine must not touch anything but the telegram; null at first: the receive thread alone reads
+     */
+    void SetReadByCallers(FMine fnMine);
+
+    /** The reading of a connection, as long as a caller that waits for an answer has it. For one thread. */
+    class QUORVEL_API CReader
+    {
+      public:
+        /** @param oConnection the connection, which must outlive this object */
+        explicit CReader(CZelIPConnection& oConnection) : m_oConnection(oConnection) {}
+
+        /** Gives the reading back. */
+        ~CReader();
+        CReader(const CReader&) = delete;
+        CReader& operator=(const CReader&) = delete;
+
+        /**
+         * Takes the reading, best before the request is sent: then the answer does not wake the receive thread.
+         * @return false when it cannot be had: somebody else reads, indications stream in, there is no connection, or
+         *         it was not allowed
+         */
+        bool Begin();
+
+        /**
+         * Waits for bytes and delivers what is for callers; only between Begin and the first false.
+         * @param nTimeout milliseconds
+         * @return false when the reading was given back, because an indication has come, the connection has ended or
+         *         CancelRead was called: the receive thread goes on
+         * @throw std::bad_alloc from DataInd; the telegram is lost, and the reading given back
+         */
+        bool Read(unsigned int nTimeout);
+
+      private:
+        void End(bool bHandOver);
+
+        CZelIPConnection& m_oConnection;
+        std::shared_ptr<CReception> m_pReception; // null when the reading is somebody else's
+    };
+
+    /** Has the caller that reads, if there is one, give the reading back. */
+    void CancelRead();
+
   private:
-    struct SReception;
     struct SState;
 
     static int Close(std::shared_ptr<SState> pState, unsigned int nTimeout, bool bIndication, bool bForPeer);
-    bool Start(const std::shared_ptr<SReception>& pReception);
-    void Receive(const std::shared_ptr<SReception>& pReception);
-    void Deliver(SReception& oReception);
+    bool Start(const std::shared_ptr<CReception>& pReception);
+    void Receive(const std::shared_ptr<CReception>& pReception);
+    void Deliver(CReception& oReception);
+    void CallDataInd(std::string_view strTelegram);
 
     std::shared_ptr<SState> m_pState; // a thread that waits for the end of the connection keeps it
 };

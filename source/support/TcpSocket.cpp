@@ -12,6 +12,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
@@ -60,7 +61,10 @@ void CTcpSocket::Close()
     CloseSocket();
     if (m_nWake >= 0)
         close(m_nWake);
+    if (m_nWatch >= 0)
+        close(m_nWatch);
     m_nWake = -1;
+    m_nWatch = -1;
 }
 
 void CTcpSocket::CloseSocket()
@@ -148,14 +152,43 @@ int CTcpSocket::Send(msghdr& oMessage, const CZelDeadline& oDeadline, bool& bBeg
     return CZelIPBase::eSuccess;
 }
 
-std::optional<std::size_t> CTcpSocket::Receive(char* pBuffer, std::size_t nSize, unsigned int nTimeout)
+bool CTcpSocket::Watch()
 {
-    pollfd aoPolls[] = {{m_nSocket, POLLIN, 0}, {m_nWake, POLLIN, 0}};
+    m_nWatch = epoll_create1(EPOLL_CLOEXEC);
+    epoll_event oBytes{EPOLLIN, {.u32 = eReady}};
+    epoll_event oWake{EPOLLIN | EPOLLET, {.u32 = eWoken}}; // what it does not take back is not told again
+    return m_nWatch >= 0 && epoll_ctl(m_nWatch, EPOLL_CTL_ADD, m_nSocket, &oBytes) == 0 &&
+           epoll_ctl(m_nWatch, EPOLL_CTL_ADD, m_nWake, &oWake) == 0;
+}
+
+void CTcpSocket::SetWatched(bool bWatched) const
+{
+    epoll_event oEvent{bWatched ? EPOLLIN : 0U, {.u32 = eReady}};
+    epoll_ctl(m_nWatch, EPOLL_CTL_MOD, m_nSocket, &oEvent);
+}
+
+CTcpSocket::EReady CTcpSocket::WaitForBytes(unsigned int nTimeout) const
+{
+    epoll_event aoEvents[2];
+    const int nReady = epoll_wait(m_nWatch, aoEvents, 2, PollTimeout(nTimeout));
+    if (nReady == 0)
+        return eTimeOver;
+    return nReady == 1 && aoEvents[0].data.u32 == eReady ? eReady : eWoken;
+}
+
+CTcpSocket::EReady CTcpSocket::Wait(unsigned int nTimeout, bool bBytes) const
+{
+    pollfd aoPolls[] = {{bBytes ? m_nSocket : -1, POLLIN, 0}, {m_nWake, POLLIN, 0}};
     const int nReady = poll(aoPolls, 2, PollTimeout(nTimeout));
-    if (nReady < 0)
-        return errno == EINTR ? std::nullopt : std::optional<std::size_t>(0);
-    if (nReady == 0 || (aoPolls[1].revents != 0 && TakeWake()))
-        return std::nullopt;
+    if (nReady < 0 && errno != EINTR)
+        return eWoken;
+    if (nReady > 0 && aoPolls[1].revents != 0)
+        return eWoken;
+    return nReady > 0 ? eReady : eTimeOver;
+}
+
+std::optional<std::size_t> CTcpSocket::Receive(char* pBuffer, std::size_t nSize) const
+{
     const ssize_t nRead = recv(m_nSocket, pBuffer, nSize, 0);
     if (nRead < 0 && (errno == EINTR || errno == EAGAIN))
         return std::nullopt;
@@ -167,14 +200,7 @@ void CTcpSocket::Wake() const
     eventfd_write(m_nWake, 1);
 }
 
-void CTcpSocket::WaitForWake(unsigned int nTimeout)
-{
-    pollfd oPoll{m_nWake, POLLIN, 0};
-    poll(&oPoll, 1, PollTimeout(nTimeout));
-    TakeWake();
-}
-
-bool CTcpSocket::TakeWake()
+bool CTcpSocket::TakeWake() const
 {
     eventfd_t nCount = 0;
     return eventfd_read(m_nWake, &nCount) == 0;

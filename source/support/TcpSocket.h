@@ -28,13 +28,23 @@ class CTcpSocket
     // Sends a message, and takes what was sent off its front. bBegun becomes true when that is anything at all.
     int Send(msghdr& oMessage, const CZelDeadline& oDeadline, bool& bBegun);
 
-    // Waits until there is something to read, or for Wake, or for the time. Then takes what there is: the number of
-    // bytes; 0 at the end of the stream or after an error; nothing when there is none.
-    std::optional<std::size_t> Receive(char* pBuffer, std::size_t nSize, unsigned int nTimeout);
+    enum EReady { eReady, eWoken, eTimeOver };
 
-    // Ends a wait of Connect, Receive or WaitForWake, or the next one.
+    // Waits, as the thread that receives, for Wake and, while they are its business, for bytes.
+    EReady WaitForBytes(unsigned int nTimeout) const;
+
+    // Whether arriving bytes wake the thread that receives; at first they do.
+    void SetWatched(bool bWatched) const;
+
+    // The same wait on any other thread; without bBytes for Wake alone.
+    EReady Wait(unsigned int nTimeout, bool bBytes = true) const;
+
+    // Takes what there is: the number of bytes; 0 at the end of the stream or after an error; nothing when there is none.
+    std::optional<std::size_t> Receive(char* pBuffer, std::size_t nSize) const;
+
+    // Ends a wait, or the next one. The first thread that has the reading to itself takes it back.
     void Wake() const;
-    void WaitForWake(unsigned int nTimeout);
+    bool TakeWake() const;
 
     // Nothing more is sent. What was sent still arrives, if the peer's bytes are read until it ends.
     void EndSending() const;
@@ -44,6 +54,9 @@ class CTcpSocket
 
     // The same, and the peer is told by a reset when the socket is closed.
     void Reset() const;
+
+    // Has the thread that receives wait for what was connected. False when the system has nothing left for it.
+    bool Watch();
 
     // Closes everything; what waits must have ended.
     void Close();
@@ -65,12 +78,12 @@ class CTcpSocket
   private:
     int ConnectTo(const addrinfo& oAddress, const CZelDeadline& oDeadline);
     void CloseSocket();
-    bool TakeWake();
 
     using CTime = std::chrono::steady_clock::time_point;
 
     int m_nSocket = -1;
     int m_nWake;       // an eventfd
+    int m_nWatch = -1; // an epoll, for the thread that receives
     CTime m_oAsked;    // the last call of IsPeerGone
     CTime m_oAnswered; // the peer owes no answer to anything older
 };

@@ -41,12 +41,6 @@ bool CZelEvent::Wait(unsigned int nTimeout)
     return WaitFor(m_oMonitor.GetCondition(), oLock, nTimeout, [this] { return m_bSignalled; });
 }
 
-unsigned int CZelEvent::GetSignalCount()
-{
-    const std::unique_lock oLock = m_oMonitor.Lock();
-    return m_nCount;
-}
-
 bool CZelEvent::WaitBeyond(unsigned int nCount, unsigned int nTimeout)
 {
     std::unique_lock oLock = m_oMonitor.Lock();

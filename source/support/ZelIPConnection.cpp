@@ -1,6 +1,6 @@
 #include "support/ZelIPConnection.h"
 
-#include "support/TcpSocket.h"
+#include "support/Reception.h"
 #include "support/TraceServer.h"
 #include "support/ZelEvent.h"
 #include "support/ZelMonitor.h"
@@ -23,73 +23,13 @@ namespace
 {
 
 constexpr const char* UNIT = "source/support/ZelIPConnection";
-constexpr std::size_t MAX_TELEGRAM = 65535;
-constexpr std::size_t RECEIVE_BUFFER = 0x20000; // a partial telegram and, behind it, room for a large read
 constexpr unsigned int NO_LIMIT = 0xFFFFFFFFU;
-constexpr unsigned int LINGER =
-    10000; // milliseconds for a peer that does not end, where nothing else limits them
 
-void TraceTooLong(std::size_t nBytes)
+void TraceException()
 {
-    if (!CTraceServer::IsEnabled(16))
-        return;
-    char acText[80]; // needs no memory
-    std::snprintf(acText, sizeof acText, "telegram of %zu bytes is too long and is discarded.", nBytes);
-    CTraceServer::SendTraceMessage(16, 3, 0xFFFFFFFFU, __LINE__, UNIT, acText, 0);
+    CTraceServer::SendTraceMessage(1, 3, 0xFFFFFFFFU, __LINE__, UNIT,
+                                   "exception while a telegram was handled", 0);
 }
-
-} // namespace
-
-// One TCP connection's life: its socket and the thread that reads it. It outlives the CZelIPConnection: that may be
-// deleted at the end of its own receive thread, and what the peer sends after a close is read in the background.
-struct CZelIPConnection::SReception {
-    // The connection is over for its user: nothing more is delivered or sent.
-    void Stop(unsigned int nTimeout) noexcept
-    {
-        m_nLinger = nTimeout == NO_LIMIT ? LINGER : nTimeout;
-        m_bStop = true;
-        m_oSocket.EndSending();
-        m_oSocket.Wake();
-    }
-
-    // A child process has a copy of the socket, but not of the thread.
-    void Abandon() noexcept
-    {
-        m_bStop = true;
-        m_oSocket.Close();
-        m_oEventQuiet.Signal();
-        m_oEventEnded.Signal();
-    }
-
-    // Takes a connection out of use that the peer has ended.
-    void Lose() noexcept
-    {
-        m_bStop = true;
-        m_oSocket.EndBoth();
-    }
-
-    bool IsStopped() const { return m_bStop || m_nForks != CZelMonitor::GetForkCount(); }
-
-    bool Read(char* pBuffer, std::size_t& nHave);
-    void Linger();
-
-    CTcpSocket m_oSocket;
-    std::atomic<bool> m_bStop{false};
-    std::atomic<bool> m_bBlocked{false};    // a sender was waiting when the connection was stopped
-    std::atomic<bool> m_bCut{false};        // part of a telegram is out, and the rest never will be
-    std::atomic<bool> m_bArrived{true};     // what was sent; valid when m_oEventEnded is signalled
-    std::atomic<unsigned int> m_nAlive{0};  // milliseconds
-    std::atomic<unsigned int> m_nLinger{0}; // milliseconds to wait for the peer when stopped
-    CZelMutex m_oMutexSend;                 // held for one telegram, and to close the socket
-    CZelEvent m_oEventQuiet;                // no indication runs or will
-    CZelEvent m_oEventEnded;                // and what was sent has arrived, or never will
-    std::thread::id m_oThread;
-    std::function<void()> m_fnLast; // used by the receive thread only
-    const unsigned int m_nForks = CZelMonitor::GetForkCount();
-};
-
-namespace
-{
 
 // The connection whose indications run on this thread.
 thread_local const CZelIPConnection* t_pReceiving = nullptr;
@@ -111,7 +51,7 @@ struct CZelIPConnection::SState {
     }
 
     // Makes a connection the current one. Room for retiring it is made now: a close needs no memory.
-    void SetCurrent(const std::shared_ptr<SReception>& pReception)
+    void SetCurrent(const std::shared_ptr<CReception>& pReception)
     {
         m_apRetired.reserve(m_apRetired.size() + 1);
         m_pCurrent = pReception;
@@ -119,7 +59,7 @@ struct CZelIPConnection::SState {
     }
 
     // Takes a connection out of use that the peer has ended. False when it was closed from this side before.
-    bool Lose(const std::shared_ptr<SReception>& pReception)
+    bool Lose(const std::shared_ptr<CReception>& pReception)
     {
         const std::unique_lock oLock = Lock();
         if (m_pCurrent != pReception)
@@ -149,9 +89,10 @@ struct CZelIPConnection::SState {
     CZelMonitor m_oMonitor; // guards all below
     int m_nState = eStateNotConnected;
     unsigned int m_nAlive = 0;
+    FMine m_fnMine = nullptr;
     std::string m_strHost;
-    std::shared_ptr<SReception> m_pCurrent;
-    std::vector<std::shared_ptr<SReception>> m_apRetired; // no longer current, and not yet seen to have ended
+    std::shared_ptr<CReception> m_pCurrent;
+    std::vector<std::shared_ptr<CReception>> m_apRetired; // no longer current, and not yet seen to have ended
 };
 
 CZelIPConnection::CZelIPConnection() : m_pState(std::make_shared<SState>()) {}
@@ -175,7 +116,7 @@ int CZelIPConnection::ConnectReq(const char* pHost, unsigned short nPort, unsign
                                  const std::string& /*strConnectMsg*/, bool /*bFlag*/)
 try {
     const std::string strHost = pHost != nullptr ? pHost : "";
-    const auto pReception = std::make_shared<SReception>();
+    const auto pReception = std::make_shared<CReception>();
     const CZelDeadline oDeadline(nTimeout);
     {
         const std::unique_lock oLock = m_pState->Lock();
@@ -207,11 +148,13 @@ try {
 }
 
 // Starts the receive thread of a new connection. False when there is no thread, or no memory for it.
-bool CZelIPConnection::Start(const std::shared_ptr<SReception>& pReception)
+bool CZelIPConnection::Start(const std::shared_ptr<CReception>& pReception)
 {
-    pReception->m_nAlive = m_pState->m_nAlive;
+    pReception->m_fnMine = m_pState->m_fnMine;
     if (m_pState->m_nAlive != 0)
-        pReception->m_oSocket.SetAlive(m_pState->m_nAlive);
+        pReception->SetAlive(m_pState->m_nAlive);
+    if (!pReception->m_oSocket.Watch())
+        return false;
     try {
         std::thread oThread([this, pReception] { Receive(pReception); });
         pReception->m_oThread = oThread.get_id();
@@ -237,7 +180,7 @@ int CZelIPConnection::Close(std::shared_ptr<SState> pState, unsigned int nTimeou
     const CZelDeadline oDeadline(nTimeout);
     bool bArrived = true;
     for (;;) {
-        std::shared_ptr<SReception> pReception;
+        std::shared_ptr<CReception> pReception;
         {
             const std::unique_lock oLock = pState->Lock();
             pState->Retire(nTimeout); // also what an indication has connected meanwhile
@@ -288,7 +231,7 @@ int CZelIPConnection::DataReq(std::initializer_list<std::string_view> aoPieces, 
     if (nLen > MAX_TELEGRAM)
         return eSocketError;
 
-    std::shared_ptr<SReception> pReception;
+    std::shared_ptr<CReception> pReception;
     {
         const std::unique_lock oLock = m_pState->Lock();
         if (m_pState->m_nState != eStateConnected)
@@ -329,9 +272,7 @@ void CZelIPConnection::SetAlive(unsigned int nMilliSeconds)
     m_pState->m_nAlive = nMilliSeconds;
     if (m_pState->m_nState != eStateConnected)
         return;
-    m_pState->m_pCurrent->m_nAlive = nMilliSeconds;
-    m_pState->m_pCurrent->m_oSocket.SetAlive(nMilliSeconds);
-    m_pState->m_pCurrent->m_oSocket.Wake(); // to look after the peer, or to stop that
+    m_pState->m_pCurrent->SetAlive(nMilliSeconds);
 }
 
 int CZelIPConnection::GetState() const
@@ -364,91 +305,101 @@ bool CZelIPConnection::RunAtEndOfReception(std::function<void()> fnLast)
     return true;
 }
 
-// Waits for the next bytes, to be put behind the nHave in the buffer. False at the end of the connection.
-bool CZelIPConnection::SReception::Read(char* pBuffer, std::size_t& nHave)
+inline void CZelIPConnection::CallDataInd(std::string_view strTelegram)
 {
-    while (!IsStopped()) {
-        const unsigned int nAlive = m_nAlive;
-        const auto nRead = m_oSocket.Receive(pBuffer + nHave, RECEIVE_BUFFER - nHave,
-                                             nAlive == 0 ? NO_LIMIT : std::max(nAlive / 8, 50U));
-        if (nRead) {
-            nHave += *nRead;
-            return *nRead > 0;
-        }
-        if (nAlive != 0 && m_oSocket.IsPeerGone(nAlive))
-            return false;
+    try {
+        DataInd(strTelegram.data(), static_cast<unsigned short>(strTelegram.size()));
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (...) {
+        TraceException();
     }
+}
+
+// Delivers telegrams until the connection ends or is stopped.
+void CZelIPConnection::Deliver(CReception& oReception)
+{
+    while (oReception.Fill()) {
+        bool bIndication = false;
+        while (!oReception.m_bStop) {
+            const std::string_view strTelegram = oReception.Peek();
+            if (strTelegram.empty())
+                break;
+            oReception.Pop(strTelegram.size());
+            bIndication = bIndication || !oReception.IsMine(strTelegram);
+            try {
+                CallDataInd(strTelegram);
+            } catch (const std::bad_alloc&) {
+                TraceException();
+            }
+        }
+        if (bIndication)
+            oReception.NoteIndication();
+    }
+}
+
+void CZelIPConnection::SetReadByCallers(FMine fnMine)
+{
+    const std::unique_lock oLock = m_pState->Lock();
+    m_pState->m_fnMine = fnMine;
+}
+
+void CZelIPConnection::CancelRead()
+{
+    const std::unique_lock oLock = m_pState->Lock();
+    if (m_pState->m_nState == eStateConnected)
+        m_pState->m_pCurrent->m_oSocket.Wake();
+}
+
+CZelIPConnection::CReader::~CReader()
+{
+    End(false);
+}
+
+bool CZelIPConnection::CReader::Begin()
+{
+    if (m_pReception)
+        return true;
+    SState& oState = *m_oConnection.m_pState;
+    const std::unique_lock oLock = oState.Lock();
+    if (oState.m_nState == eStateConnected && oState.m_pCurrent->m_fnMine != nullptr &&
+        oState.m_pCurrent->BeginRead())
+        m_pReception = oState.m_pCurrent;
+    return m_pReception != nullptr;
+}
+
+bool CZelIPConnection::CReader::Read(unsigned int nTimeout)
+{
+    if (!m_pReception->Read(nTimeout)) {
+        End(true);
+        return false;
+    }
+    while (!m_pReception->IsStopped()) {
+        const std::string_view strTelegram = m_pReception->Peek();
+        if (strTelegram.empty())
+            return true;
+        if (!m_pReception->IsMine(strTelegram))
+            break;
+        m_pReception->Pop(strTelegram.size());
+        try {
+            m_oConnection.CallDataInd(strTelegram);
+        } catch (const std::bad_alloc&) { // the telegram is lost, and the caller shall know why
+            End(true);
+            throw;
+        }
+    }
+    End(true);
     return false;
 }
 
-// Cuts the stream into telegrams and delivers them, until the connection ends or is stopped.
-void CZelIPConnection::Deliver(SReception& oReception)
+void CZelIPConnection::CReader::End(bool bHandOver)
 {
-    // Not cleared: only the pages that data reaches are ever touched.
-    const std::unique_ptr<char[]> pBuffer(new char[RECEIVE_BUFFER]);
-    std::size_t nHave = 0; // bytes in the buffer, which start with a telegram
-    std::size_t nSkip = 0; // bytes still to come of a telegram that is too long
-    while (oReception.Read(pBuffer.get(), nHave)) {
-        std::size_t nPos = 0;
-        while (!oReception.IsStopped()) {
-            const std::size_t nSkipNow = std::min(nSkip, nHave - nPos);
-            nPos += nSkipNow;
-            nSkip -= nSkipNow;
-            if (nHave - nPos < 2)
-                break;
-            const auto* const pTelegram = reinterpret_cast<const unsigned char*>(pBuffer.get() + nPos);
-            const std::size_t nTotal = pTelegram[0] + 256U * pTelegram[1] + 2;
-            if (nTotal > MAX_TELEGRAM) {
-                TraceTooLong(nTotal);
-                nSkip = nTotal;
-                continue;
-            }
-            if (nHave - nPos < nTotal)
-                break;
-            try {
-                DataInd(pBuffer.get() + nPos, static_cast<unsigned short>(nTotal));
-            } catch (...) {
-                CTraceServer::SendTraceMessage(1, 3, 0xFFFFFFFFU, __LINE__, UNIT,
-                                               "exception while a telegram was handled", 0);
-            }
-            nPos += nTotal;
-        }
-        if (nPos > 0) {
-            nHave -= nPos;
-            std::memmove(pBuffer.get(), pBuffer.get() + nPos, nHave);
-        }
-    }
+    if (m_pReception)
+        m_pReception->EndRead(bHandOver);
+    m_pReception.reset();
 }
 
-// What the peer sends after the connection was closed from this side is read and thrown away, so that the system does
-// not answer it by a reset: that would take with it what the peer has not received or not read yet.
-void CZelIPConnection::SReception::Linger()
-{
-    char acNothing[4096];
-    CZelDeadline oDeadline(m_nLinger);
-    unsigned int nPause = 1; // the system does not tell when something is acknowledged
-    bool bTold = false;
-    bool bPeerEnded = false;
-    while (!m_bCut) {
-        if (!bTold && (m_bBlocked || m_oSocket.IsAllAcknowledged())) {
-            bTold = true;
-            m_oEventEnded.Signal();
-            oDeadline = CZelDeadline(std::min(oDeadline.GetRemaining(), LINGER));
-        }
-        const unsigned int nLeft = oDeadline.GetRemaining();
-        if (nLeft == 0 || (bPeerEnded && (bTold || m_oSocket.IsOver())))
-            break;
-        const unsigned int nWait = bTold ? nLeft : std::min(nLeft, nPause);
-        nPause = std::min(2 * nPause, 50U);
-        if (bPeerEnded)
-            m_oSocket.WaitForWake(nWait);
-        else
-            bPeerEnded = m_oSocket.Receive(acNothing, sizeof acNothing, nWait) == 0U;
-    }
-    m_bArrived = bTold || m_bCut || m_oSocket.IsAllAcknowledged();
-}
-
-void CZelIPConnection::Receive(const std::shared_ptr<SReception>& pReception)
+void CZelIPConnection::Receive(const std::shared_ptr<CReception>& pReception)
 {
     const std::shared_ptr<SState> pState = m_pState;
     t_pReceiving = this;
@@ -476,9 +427,5 @@ void CZelIPConnection::Receive(const std::shared_ptr<SReception>& pReception)
     pReception->m_oEventQuiet.Signal(); // from here on this object may be gone
     if (!bLost)
         pReception->Linger();
-    {
-        const CZelLock oLock(pReception->m_oMutexSend);
-        pReception->m_oSocket.Close();
-    }
-    pReception->m_oEventEnded.Signal();
+    pReception->Close();
 }
