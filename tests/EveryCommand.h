@@ -95,6 +95,10 @@ struct SKind {
     std::vector<SCommand> aoCommands;
 };
 
+// The class of the objects made of a client; a program may define another before.
+#ifndef CLIENT
+#define CLIENT(C) C
+#endif
 #define RUN(...)                                                                                             \
     [](CQuorvelClient& oClient, [[maybe_unused]] SOut& o) -> int {                                           \
         auto& c = static_cast<C&>(oClient);                                                                  \
@@ -109,9 +113,9 @@ SKind Kind(int nSetup, int (*pSetup)(CQuorvelClient&, SOut&), std::vector<SComma
 {
     constexpr auto pNew = []() -> std::unique_ptr<CQuorvelClient> {
         if constexpr (std::is_same_v<C, CQuorvelClientCANDll>)
-            return std::make_unique<C>(1, LONG);
+            return std::make_unique<CLIENT(C)>(1, LONG);
         else
-            return std::make_unique<C>(LONG);
+            return std::make_unique<CLIENT(C)>(LONG);
     };
     const SCommand aoCommon[] = {
         {CALL(CQuorvelClient::Info(&o.oInfo)), "info=66 6f 6c", "failed:info=00 00 00|short:0 info=66 6f 00"},
