@@ -226,8 +226,8 @@ SKind Renesas()
          {CALL(ReadPage(0, o.p, 3, o.w[0])), "w0=3 ac=ff ff ff 07",
           "refused:97e w0=3 ac=ff ff ff 07|empty:c0900 w0=3 ac=00 00 00 07|short:0 w0=2 ac=ff ff 07 07"},
          {CALL(WritePage(1, "x", 1))}, {CALL(EraseAll())}, {CALL(BlockErase(1))},
-         {CALL(GetVersion(o.p, 4)), "ac=53 49 4d 20",
-          "refused:97e ac=53 49 4d 20|empty:c0900 ac=00 00 00 00|short:0 ac=53 49 07 07"},
+         {CALL(GetVersion(o.p, 3)), "ac=53 49 4d 07",
+          "refused:97e ac=53 49 4d 07|empty:c0900 ac=00 00 00 07|short:0 ac=53 49 07 07"},
          {CALL(VerifyCheck(0, 1, o.w[0])), "w0=510", "refused:97e w0=510|short:0 w0=510"},
          {CALL(Complete())}});
 }
