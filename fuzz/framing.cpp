@@ -1,8 +1,8 @@
 // A stream of any bytes from a gateway, over a real connection. The first byte tells in which pieces it is sent. What
 // the client is handed must be what the two length bytes say, whatever the pieces.
 
+#include "../tests/TestPeer.h"
 #include "FuzzFile.h"
-#include "FuzzSocket.h"
 #include "support/ZelEvent.h"
 #include "support/ZelIPConnection.h"
 
@@ -52,20 +52,18 @@ std::vector<std::string> Cut(const std::string& strStream)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pBytes, std::size_t nCount)
 {
-    static CFuzzListener s_oListener;
+    static CTestPeer s_oGateway;
     if (nCount == 0)
         return 0;
     const std::string strStream(reinterpret_cast<const char*>(pBytes) + 1, nCount - 1);
     const std::size_t nPiece = pBytes[0] == 0 ? strStream.size() : pBytes[0];
     CReceiver oReceiver;
-    Require(oReceiver.ConnectReq("127.0.0.1", s_oListener.GetPort(), 10000, 3, CZelIPBase::eProtocolTCP, "",
+    Require(oReceiver.ConnectReq("127.0.0.1", s_oGateway.GetPort(), 10000, 3, CZelIPBase::eProtocolTCP, "",
                                  true) == CZelIPBase::eSuccess);
-    {
-        const CFuzzSocket oGateway = s_oListener.Accept();
-        for (std::size_t nPos = 0; nPos < strStream.size(); nPos += nPiece)
-            oGateway.Send(strStream.substr(nPos, nPiece));
-    }
-    Require(oReceiver.m_oEventLost.Wait(10000));
+    for (std::size_t nPos = 0; nPos < strStream.size(); nPos += nPiece)
+        s_oGateway.Send(strStream.substr(nPos, nPiece));
+    s_oGateway.Close();
+    Require(s_oGateway.WaitForEndOfClient() && oReceiver.m_oEventLost.Wait(10000));
     Require(oReceiver.m_astrTelegrams == Cut(strStream));
     return 0;
 }

@@ -1,8 +1,9 @@
 // Bytes from a client, for every gateway of the simulator, over a real connection. The first byte chooses the gateway,
 // or has the rest read as a fault plan. Whatever is sent, all that comes back are telegrams.
 
+#include "../tests/SimClient.h"
 #include "FaultPlan.h"
-#include "FuzzSocket.h"
+#include "FuzzFile.h"
 #include "SimTelegram.h"
 #include "Simulator.h"
 
@@ -33,10 +34,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pBytes, std::size_t nC
     }
     const auto& pGateway = aoGateways[pBytes[0] % aoGateways.size()];
     const int nKind = pGateway->GetKind();
-    const CFuzzSocket oClient = FuzzConnect(pGateway->GetPort());
-    oClient.Send(strRest);
-    oClient.EndSending();
-    const std::string strAnswers = oClient.ReadAll();
+    std::unique_ptr<simtest::CClient> pClient;
+    Require(WaitUntil([&] { // it may be about to restart
+        pClient = std::make_unique<simtest::CClient>(*pGateway);
+        return pClient->IsConnected();
+    }));
+    pClient->Send(strRest);
+    pClient->EndSending();
+    const std::string strAnswers = pClient->ReadAll();
     CSimTelegramCutter oCutter;
     oCutter.Append(strAnswers.data(), strAnswers.size());
     SSimTelegram oTelegram;

@@ -343,10 +343,11 @@ TEST_F(HexfileTest, Saving)
     EXPECT_EQ(Save(oImage, CImage::eTypeIntel), ":00000001FF\n");
     EXPECT_EQ(Save(oImage, CImage::eTypeMotorola), "");
     EXPECT_EQ(Save(oImage, CImage::eTypeBinary), "");
-    oImage.AddMemoryBlock(0x100, "\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20);
+    const std::string strBytes("\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20);
+    oImage.AddMemoryBlock(0x100, strBytes.data(), 20);
     EXPECT_EQ(Save(oImage, CImage::eTypeIntel), ":10010000000102030405060708090A0B0C0D0E0F77\n"
                                                 ":0401100010111213A5\n:00000001FF\n");
-    EXPECT_EQ(Save(oImage, CImage::eTypeAuto).size(), 20U); // the minimum, which was not calculated, is 0
+    EXPECT_EQ(Save(oImage, CImage::eTypeAuto), strBytes); // the minimum, which was not calculated, is 0
     oImage.RecalcMinMax();
     EXPECT_EQ(Save(oImage, CImage::eTypeBinary), "148");
     EXPECT_EQ(oImage.GetErrorMessage(),
@@ -443,11 +444,9 @@ TEST_F(HexfileTest, OtherProgramsReadAndWriteTheSame)
             nAddress += strBytes.size() + fnOneOf({1, 2, 4095, 65536, 0x1000001});
         }
         ASSERT_TRUE(Tool("srec_cat" + strPieces + " -o s.hex -intel") &&
-                    Tool("srec_cat" + strPieces + " -o s.srec -motorola") &&
-                    Tool("objcopy -I srec -O ihex s.srec o.hex") &&
-                    Tool("objcopy -I ihex -O srec s.hex o.srec"))
+                    Tool("srec_cat" + strPieces + " -o s.srec -motorola"))
             << Read("log");
-        for (const char* const pName : {"s.hex", "s.srec", "o.hex", "o.srec"}) {
+        for (const char* const pName : {"s.hex", "s.srec"}) {
             CImage oLoaded;
             EXPECT_EQ(oLoaded.LoadFile((m_strDirectory + pName).c_str(), CImage::eTypeAuto), 0U);
             EXPECT_TRUE(Blocks(oLoaded.GetMemoryBlocks()) == Blocks(oImage.GetMemoryBlocks()))
@@ -456,17 +455,10 @@ TEST_F(HexfileTest, OtherProgramsReadAndWriteTheSame)
         for (const bool bIntel : {true, false}) {
             EXPECT_EQ(oImage.SaveFile(m_strFile.c_str(), bIntel ? CImage::eTypeIntel : CImage::eTypeMotorola),
                       0U);
-            EXPECT_TRUE(
-                Tool(std::string("srec_cmp file ") + (bIntel ? "-intel" : "-motorola") + " '('" + strPieces +
-                     " ')'") &&
-                Tool(std::string("objcopy -O srec -I ") + (bIntel ? "ihex" : "srec") + " file back") &&
-                Tool("srec_cmp back -motorola '('" + strPieces + " ')'"))
+            EXPECT_TRUE(Tool(std::string("srec_cmp file ") + (bIntel ? "-intel" : "-motorola") + " '('" +
+                             strPieces + " ')'") &&
+                        Tool(std::string("objcopy -O srec -I ") + (bIntel ? "ihex" : "srec") + " file back"))
                 << "seed " << nSeed << Read("log");
         }
     }
-    const std::string strImage = Read("piece2");
-    CImage oImage;
-    ASSERT_TRUE(Tool("objcopy -I binary -O ihex piece2 o.hex"));
-    EXPECT_EQ(oImage.LoadFile((m_strDirectory + "o.hex").c_str(), CImage::eTypeAuto), 0U);
-    EXPECT_TRUE(Save(oImage, CImage::eTypeBinary) == strImage);
 }

@@ -1,9 +1,9 @@
 // Confirmations and indications of every length and of hostile content, for the I2C and CAN clients. The buffers
 // are exactly as long as they have to be: the address sanitizer finds a byte too many.
 
+#include "AnsweredClient.h"
 #include "QuorvelClientCANDll.h"
 #include "QuorvelClientI2C.h"
-#include "TestPeer.h"
 
 #include <gtest/gtest.h>
 
@@ -21,29 +21,6 @@ std::vector<std::size_t> Lengths()
     anLengths.insert(anLengths.end(), {254, 255, 256, 257, 260, 261, 262, 325, 400, 787, 65527, 65528});
     return anLengths;
 }
-
-// A client whose every request is confirmed at once, without any connection.
-template<class TClient>
-class CAnswered : public TClient
-{
-  public:
-    using TClient::SendMsg;
-    using TClient::TClient;
-
-    int SendMsg(const CQuorvelMsg& oMsg) override
-    {
-        Receive(oMsg.GetCmdCode() | 0x8000U, oMsg.GetMsgID(), m_strConfirmation);
-        return 0;
-    }
-
-    void Receive(unsigned int nCode, int nID, const std::string& strData)
-    {
-        const std::string strBytes = Telegram(nCode, nID, strData);
-        TClient::DataInd(strBytes.data(), static_cast<unsigned short>(strBytes.size()));
-    }
-
-    std::string m_strConfirmation;
-};
 
 unsigned char c;
 unsigned short n;
@@ -63,16 +40,16 @@ void Attack(CAnswered<TClient>& o, FCalls fnCalls)
     const int nKind = o.GetDeviceType() << 8;
     for (const std::size_t nLen : Lengths()) {
         for (const auto& [nFirst, nFill] : {std::pair(0, 0), {0, 0x80}, {0, 0xFF}, {0x21, 0xFF}}) {
-            o.m_strConfirmation.assign(nLen, static_cast<char>(nFill));
+            g_strConfirmation.assign(nLen, static_cast<char>(nFill));
             if (nLen > 0)
-                o.m_strConfirmation[0] = static_cast<char>(nFirst);
+                g_strConfirmation[0] = static_cast<char>(nFirst);
             const int nRC = nLen == 0 ? 0x000C0000 | nKind : nFirst == 0 ? 0 : nFirst | nKind;
             const std::vector<int> anResults = fnCalls();
             EXPECT_EQ(std::vector<int>(anResults.size(), nRC), anResults) << nLen;
         }
         for (unsigned int nCommand = 0; nCommand < (nLen < 1000 ? 0x100 : 0x70); ++nCommand)
-            o.Receive(static_cast<unsigned int>(nKind) | nCommand, 1,
-                      std::string(nLen, nLen % 2 == 0 ? '\xff' : '\x80'));
+            Receive(o, static_cast<unsigned int>(nKind) | nCommand, 1,
+                    std::string(nLen, nLen % 2 == 0 ? '\xff' : '\x80'));
     }
 }
 
@@ -98,7 +75,7 @@ TEST(HostileTest, CAN)
     CQuorvelClientCAN::SConfigFilter oFilter{};
     short nSigned = 0;
     o.SetMaxSizePerQueue(0xFFFFFFFF);
-    o.m_strConfirmation.assign(1, '\0');
+    g_strConfirmation.assign(1, '\0');
     EXPECT_EQ(0, o.SetConfig(true, false));
     Attack(o, [&] {
         const int nGet = o.GetConfig(b, b);

@@ -37,7 +37,7 @@ void Converse(const std::string& strConversation, FAsk fnAsk)
 }
 
 /// Reads until there are nLen bytes or the stream ends; a reset adds "RST", running out of patience "LATE".
-inline std::string Read(int nDescriptor, std::size_t nLen)
+inline std::string Read(int nDescriptor, std::size_t nLen, const char* pReset = "RST")
 {
     std::string strRead;
     while (strRead.size() < nLen) {
@@ -45,9 +45,10 @@ inline std::string Read(int nDescriptor, std::size_t nLen)
         if (poll(&oPoll, 1, 20000) == 0)
             return strRead + "LATE";
         char acChunk[4096];
-        const auto nRead = read(nDescriptor, acChunk, std::min(sizeof(acChunk), nLen - strRead.size()));
+        const auto nRead =
+            TEMP_FAILURE_RETRY(read(nDescriptor, acChunk, std::min(sizeof(acChunk), nLen - strRead.size())));
         if (nRead <= 0)
-            return strRead + (nRead < 0 ? "RST" : "");
+            return strRead + (nRead < 0 ? pReset : "");
         strRead.append(acChunk, static_cast<std::size_t>(nRead));
     }
     return strRead;
@@ -81,6 +82,7 @@ class CClient
     void EndSending() const { shutdown(m_nSocket, SHUT_WR); }
     std::string Receive(std::size_t nLen) const { return ToHex(Read(m_nSocket, nLen)); }
     std::string ReceiveAll() const { return Receive(std::string::npos); }
+    std::string ReadAll() const { return Read(m_nSocket, std::string::npos, ""); }
     unsigned SegmentsReceived() const
     {
         tcp_info oInfo{};

@@ -15,7 +15,7 @@ The master mode is switched on, and said so; nodes that answer:
 Ctrl-C ends scanning between two nodes:
 
     $ mkfifo progress; (exec quorvel -q --progress=json -g "$GATEWAY" canopen scan --wait 200) 2> progress & scan=$!
-    $ while read -r line; do case $line in *'"done":2,'*) kill -INT $scan;; esac; last=$line; done < progress; wait $scan; echo "$? ${last##*,}"
+    $ while read -r line; do case $line in *'"done":2,'*) kill -INT $scan 2> /dev/null;; esac; last=$line; done < progress; wait $scan; echo "$? ${last##*,}"
     130 "state":"failed"}
 
 Objects:

@@ -5,16 +5,13 @@
 // usage: quorvel_soak SECONDS SIMULATOR
 
 #include "../EveryCommand.h"
+#include "Process.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <random>
 
 #include <malloc.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 
 namespace
 {
@@ -28,44 +25,6 @@ const char* const FAULTS =
     "longlength@180;reset@190";
 
 std::atomic<bool> g_bEnd{false};
-
-// A simulator as a process.
-class CProcess
-{
-  public:
-    CProcess(const char* pProgram, const std::string& strAddress, const char* pFaults)
-    {
-        int anPipe[2];
-        if (pipe(anPipe) != 0 || (m_nProcess = fork()) < 0)
-            std::abort();
-        if (m_nProcess == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            dup2(anPipe[1], STDOUT_FILENO);
-            close(anPipe[0]);
-            close(anPipe[1]);
-            execl(pProgram, pProgram, "--address", strAddress.c_str(), "--max-connections", "1000", "--fault",
-                  pFaults, nullptr);
-            _exit(127);
-        }
-        close(anPipe[1]);
-        char acReady[1000];
-        if (read(anPipe[0], acReady, sizeof acReady) <= 0) {
-            std::fprintf(stderr, "%s does not run at %s\n", pProgram, strAddress.c_str());
-            std::exit(1);
-        }
-        close(anPipe[0]);
-    }
-    ~CProcess()
-    {
-        kill(m_nProcess, SIGTERM);
-        waitpid(m_nProcess, nullptr, 0);
-    }
-    CProcess(const CProcess&) = delete;
-    CProcess& operator=(const CProcess&) = delete;
-
-  private:
-    pid_t m_nProcess = -1;
-};
 
 struct SCounts {
     unsigned long nConnects = 0;
@@ -179,8 +138,12 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: quorvel_soak SECONDS SIMULATOR\n");
         return 2;
     }
-    const CProcess oGood(argv[2], GOOD, "");
-    const CProcess oBad(argv[2], BAD, FAULTS);
+    const auto fnStart = [argv](const std::string& strAddress, const char* pFaults) {
+        return std::make_unique<CProcess>(std::vector<const char*>{
+            argv[2], "--address", strAddress.c_str(), "--max-connections", "1000", "--fault", pFaults});
+    };
+    const auto pGood = fnStart(GOOD, "");
+    const auto pBad = fnStart(BAD, FAULTS);
     std::map<int, SCounts> aoGood;
     std::map<int, SCounts> aoBad;
     Round(std::max(1, nSeconds / 6), aoGood, aoBad); // fills the tables, here and in the C library
