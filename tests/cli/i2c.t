@@ -150,7 +150,7 @@ What is not the device's fault:
     $ until test -s trace; do :; done; kill -TERM $pid; wait $pid
     [143]
     $ mkfifo answer; (exec quorvel -g "$GATEWAY" i2c set 0 0x48 2 1) < answer 2> question & pid=$!
-    $ exec 4> answer; until grep -q Continue question; do :; done; kill -INT $pid; echo y >&4; wait $pid
+    $ exec 4> answer; until grep -qs Continue question; do :; done; kill -INT $pid; echo y >&4; wait $pid
     [130]
     $ quorvel i2c get -y 0 0x48 2
     0x4b
