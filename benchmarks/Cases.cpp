@@ -293,11 +293,9 @@ void RegisterCases(const SEffort& oEffort)
     };
     for (const int nApart : {0, 1}) {
         fnTime("latency/plain", TimeLink<CPlainLink>, nSmallTransfer, oEffort.nExchanges, nApart);
-        fnTime("latency/hand-over", TimeLink<CHandOverLink>, nSmallTransfer, oEffort.nExchanges, nApart);
         fnTime("latency/libmodbus", TimeModbus, nSmallTransfer, oEffort.nExchanges, nApart);
         fnTime("latency/library", TimeLibrary, nSmallTransfer, oEffort.nExchanges, nApart);
         fnTime("large/plain", TimeLink<CPlainLink>, nLargeTransfer, oEffort.nLargeTransfers, nApart);
-        fnTime("large/hand-over", TimeLink<CHandOverLink>, nLargeTransfer, oEffort.nLargeTransfers, nApart);
         fnTime("large/library", TimeLibrary, nLargeTransfer, oEffort.nLargeTransfers, nApart);
     }
 

@@ -57,34 +57,3 @@ bool CPlainLink::Receive()
     }
     return true;
 }
-
-CHandOverLink::CHandOverLink(const CPeer& oPeer, std::size_t nDataLen) : CPlainLink(oPeer, nDataLen)
-{
-    m_oThread = std::thread([this] {
-        for (bool bGoOn = true; bGoOn;) {
-            bGoOn = Receive();
-            {
-                const std::lock_guard oLock(m_oMutex);
-                m_bArrived = bGoOn;
-                m_bLost = !bGoOn;
-            }
-            m_oCondition.notify_one();
-        }
-    });
-}
-
-CHandOverLink::~CHandOverLink()
-{
-    shutdown(m_nSocket, SHUT_RDWR);
-    m_oThread.join();
-}
-
-bool CHandOverLink::Exchange()
-{
-    if (!Send())
-        return false;
-    std::unique_lock oLock(m_oMutex);
-    m_oCondition.wait(oLock, [this] { return m_bArrived || m_bLost; });
-    m_bArrived = false;
-    return !m_bLost;
-}

@@ -325,7 +325,6 @@ int main(int argc, char** argv)
     std::printf("| | measured | goal | |\n|---|---:|---:|---|\n");
     Print("callback / plain loop", anBest[1] / anBest[0], 4);
     Print("queue / plain loop", anBest[2] / anBest[0], 8);
-    Print("exchange with frames / idle", anBest[4] / anBest[3], 1.5);
     Print("bytes a queued frame", BytesPerQueuedFrame(), 150);
     std::printf("\nframes lost or out of order: %s\n", g_bOrder ? "none" : "SOME");
     return g_bOrder ? 0 : 1;
