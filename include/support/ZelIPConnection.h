@@ -51,7 +51,8 @@ class QUORVEL_API CZelIPBase
  * telegram is handed to DataInd whole, length bytes included, however TCP cut or joined the bytes. A telegram
  * of more than 65535 bytes in all cannot be passed on: it is read past and traced.
  *
- * Derived classes override ConnectInd and DataInd, which run on the receive thread with no lock held, and
+ * Derived classes override ConnectInd and DataInd, which run with no lock held, on the receive thread (but see
+ * SetReadByCallers), and
  * call DisconnectReq(0xFFFFFFFF) in their destructor if the overrides use members of theirs.
  *
  * All functions may be called from any thread, also from within the indications. Time-outs are milliseconds,
@@ -77,7 +78,7 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
 
     /**
      * One received telegram. Does nothing here.
-     * @param pData the telegram from its length bytes on; valid during the call
+     * @param pData the telegram from its length bytes on, never null; valid during the call
      * @param nLen  its number of bytes, 2 to 65535
      */
     virtual void DataInd(const char* pData, unsigned short nLen);
@@ -91,7 +92,7 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
     /**
      * Connects; an existing connection is closed first.
      *
-     * @param pHost         IPv4 or IPv6 address or host name
+     * @param pHost         IPv4 or IPv6 address or host name; null is no host: eSocketError
      * @param nPort         TCP port
      * @param nTimeout      milliseconds for everything but the name look-up
      * @param nDevice       device kind; not used by TCP
@@ -125,7 +126,7 @@ class QUORVEL_API CZelIPConnection : public CZelIPBase
      *
      * When the time is over in the middle of a telegram the connection is closed, because the stream can no
      * longer be trusted.
-     * @param pData    the bytes
+     * @param pData    the bytes; null only with nLen 0
      * @param nLen     how many
      * @param nTimeout milliseconds
      * @return eSuccess, eSocketError, eNotConnected or eTimeout
