@@ -173,7 +173,8 @@ int CZelIPConnection::DisconnectReq(unsigned int nTimeout)
 
 // Takes what there is out of use and waits for its end: for indications, and with bForPeer until what was sent has
 // arrived. Within an indication it waits for nothing, and only clears away what has ended: that indication may be
-// the one that always connects anew.
+// the one that always connects anew. The state is kept alive meanwhile: the object may be deleted.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int CZelIPConnection::Close(std::shared_ptr<SState> pState, unsigned int nTimeout, bool bIndication,
                             bool bForPeer)
 {
