@@ -108,12 +108,14 @@ CQuorvelClient::~CQuorvelClient()
     m_aoMessageMap.clear();
 }
 
-// In a child process: a thread of the parent may have been at work on the map when the process was forked.
+// In a child process: a thread of the parent may have been at work on the map, or in an exchange, when the process was
+// forked.
 void CQuorvelClient::LeaveToParent()
 {
     if (m_nForks == CZelMonitor::GetForkCount())
         return;
     m_nForks = CZelMonitor::GetForkCount();
+    m_pReader = nullptr;
     new (&m_oMessagePool) std::pmr::unsynchronized_pool_resource;
     new (&m_aoMessageMap) std::pmr::map<short, CMessageItem*>(&m_oMessagePool);
 }
@@ -180,17 +182,19 @@ int CQuorvelClient::SendMsg(const CQuorvelMsg& oReq, CQuorvelMsg*& pCnf, const u
 {
     return Guarded([&] {
         const CZelMyTurn oMyTurn(m_oTurn);
+        LeaveToParent();
         const unsigned int nCancelled = m_nCancelled; // also what cancels while the request is sent
         m_oEventMsg.Reset();
         CZelIPConnection::CReader oOwn(m_oConnection);
         const SReaderInUse oInUse(m_pReader, oOwn);
-        m_pReader->Begin();
+        CZelIPConnection::CReader& oReader = *m_pReader;
+        oReader.Begin();
         const int nRC = SendMsg(oReq);
         if (nRC != 0) {
             TraceFailure(nRC, UNIT, __LINE__);
             return nRC;
         }
-        pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled, *m_pReader);
+        pCnf = WaitForMsg(oReq.GetMsgID(), pTimeout, nCancelled, oReader);
         return CheckCnf(pCnf, oReq.GetCmdCode(), UNIT, __LINE__);
     });
 }
@@ -297,8 +301,8 @@ void CQuorvelClient::RemoveOldMsgs()
             return;
         CZelLocalTime oLimit = CZelLocalTime::CurrentLocalTime();
         oLimit.SubTime(0, 0, 0, m_nTimeout / 100, 0, 0, 0);
-        if (!(m_oOldestTime <
-              oLimit)) // also with thousands of confirmations waiting: none of them can be too old
+        // The usual case, also with thousands of confirmations waiting: none of them can be too old.
+        if (!(m_oOldestTime < oLimit))
             return;
         m_oOldestTime = CZelLocalTime::CurrentLocalTime();
         for (auto it = m_aoMessageMap.begin(); it != m_aoMessageMap.end();) {

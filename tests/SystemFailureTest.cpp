@@ -384,6 +384,7 @@ TEST_P(NoMemoryTest, EveryCommand)
                     EXPECT_LT(nRC, 0x10000) << "allocation " << nCall;
             }
             pFailing = "";
+            EXPECT_EQ(0, pClient->Info(nullptr)) << "not usable any more";
             oGateway.Stop();
         }
     }

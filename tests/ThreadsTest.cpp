@@ -226,7 +226,7 @@ TEST(ThreadsTest, ASinkClosesAClientWhoseReceiveThreadTraces)
 TEST(ThreadsTest, AForkedChildLeavesTheConnectionToItsParent)
 {
     CTestPeer oPeer("127.31.10.1");
-    CListener oClient;
+    CQuorvelClient oClient(eDeviceSPI, LONG);
     ASSERT_EQ(oClient.Connect("127.31.10.1", oPeer.GetPort(), 1, true), 0);
     std::thread oExchange([&] { EXPECT_EQ(oClient.BaseWriteDigital(1), 0); });
     EXPECT_EQ(oPeer.TakeRequest(), "09 00 41 03 00 00 01 00 00 00 43"); // it waits
@@ -235,7 +235,7 @@ TEST(ThreadsTest, AForkedChildLeavesTheConnectionToItsParent)
         alarm(20);
         const bool bGood = oClient.GetConnectState() == 0 && oClient.BaseWriteDigital(2) == 0x00030000 &&
                            oClient.Close() == 0;
-        oClient.~CListener();
+        oClient.~CQuorvelClient();
         _exit(bGood ? 0 : 1);
     }
     int nStatus = -1;
